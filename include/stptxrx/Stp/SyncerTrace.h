@@ -1,0 +1,29 @@
+#pragma once
+#include <stptxrx/runtime/BinaryTrace.h>
+#include <stptxrx/runtime/Export.h>
+#include <stptxrx/runtime/Reactor.h>
+#include <stptxrx/runtime/Trace.h>
+
+// Trace handles of the syncers. Every syncer handler starts with ZEK_BINARY_TRACE() and reports progress
+// at level 8 ("no destination" at 7) in the form label + keyInfo() + "::" + method + "() " + action + key.
+
+namespace StpTxRx {
+
+/// Handle "StpTxStatusSyncer": the transmit status syncers, the transmit information syncer and the
+/// transmit-to-receive syncer. Created on first use, never destroyed.
+STPTXRX_EXPORT Zek::TraceHandle* txStatusSyncerTraceHandle();
+
+/// Handle "StpRxStatusSyncer": the receive dynamic syncers.
+STPTXRX_EXPORT Zek::TraceHandle* rxStatusSyncerTraceHandle();
+
+}  // namespace StpTxRx
+
+/// Progress trace of a transmit-side syncer (handle "StpTxStatusSyncer", module Stp/StpTxStatusSyncer).
+#define STP_TX_SYNCER_TRACE(level, label, keyInfo, method, rest)                                         \
+  ZEK_SYNCER_TRACE(::StpTxRx::txStatusSyncerTraceHandle(), level, "Stp/StpTxStatusSyncer", label, keyInfo, \
+                   method, rest)
+
+/// Progress trace of a receive-side syncer (handle "StpRxStatusSyncer", module Stp/StpRxStatusSyncer).
+#define STP_RX_SYNCER_TRACE(level, label, keyInfo, method, rest)                                         \
+  ZEK_SYNCER_TRACE(::StpTxRx::rxStatusSyncerTraceHandle(), level, "Stp/StpRxStatusSyncer", label, keyInfo, \
+                   method, rest)

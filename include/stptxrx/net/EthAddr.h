@@ -1,0 +1,33 @@
+#pragma once
+#include <stptxrx/runtime/Export.h>
+
+#include <array>
+#include <cstdint>
+#include <iosfwd>
+
+namespace Nelk {
+
+/// A 6-octet MAC address, octets in transmission order. Plain value.
+class STPTXRX_EXPORT EthAddr {
+ public:
+  constexpr EthAddr() = default;
+  constexpr EthAddr(std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d, std::uint8_t e,
+                    std::uint8_t f)
+      : octets_{a, b, c, d, e, f} {}
+  constexpr explicit EthAddr(const std::array<std::uint8_t, 6>& octets) : octets_(octets) {}
+
+  constexpr const std::array<std::uint8_t, 6>& octets() const { return octets_; }
+  constexpr std::uint8_t operator[](std::size_t i) const { return octets_[i]; }
+  constexpr bool isZero() const { return (octets_[0] | octets_[1] | octets_[2] | octets_[3] | octets_[4] | octets_[5]) == 0; }
+
+  friend constexpr bool operator==(const EthAddr&, const EthAddr&) = default;
+  friend constexpr auto operator<=>(const EthAddr&, const EthAddr&) = default;
+
+ private:
+  std::array<std::uint8_t, 6> octets_{};
+};
+
+/// Prints "00:11:22:33:44:55" (lower-case hex).
+STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const EthAddr& a);
+
+}  // namespace Nelk

@@ -1,0 +1,76 @@
+#pragma once
+#include <stptxrx/runtime/Export.h>
+#include <stptxrx/runtime/Ptr.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace Zek {
+
+/// Numeric attribute identifier. Entities number their attributes in declaration order from 258, the key
+/// counting as the first attribute.
+using AttributeId = std::uint32_t;
+inline constexpr AttributeId firstAttributeId = 258;
+
+class NotifieeConst;
+
+/// The reactors registered on one notifier, in registration order.
+///
+/// Dispatch is synchronous and re-entrant: a reactor may, while it runs, write the notifier (nested
+/// dispatch), register or unregister reactors (itself included) or release the last reference to itself.
+/// Unregistering during a dispatch clears the slot and the list is compacted when the outermost dispatch
+/// ends; a reactor registered during a dispatch does not receive the notification being delivered. The
+/// dispatcher holds a counted reference on each reactor while it runs it.
+class STPTXRX_EXPORT NotifieeList {
+ public:
+  NotifieeList() = default;
+  NotifieeList(const NotifieeList&) = delete;
+  NotifieeList& operator=(const NotifieeList&) = delete;
+
+  bool empty() const { return live_ == 0; }
+  std::size_t size() const { return live_; }
+
+  void add(NotifieeConst* n);
+  void remove(NotifieeConst* n);
+
+  /// Delivers onAttribute(id, key) to every registered reactor whose notifications are active.
+  void dispatch(const PtrInterface* notifier, AttributeId id, const void* key);
+
+ private:
+  void compact();
+
+  std::vector<NotifieeConst*> slots_;
+  std::uint32_t live_ = 0;
+  std::uint32_t depth_ = 0;
+  bool holes_ = false;
+};
+
+/// Base of every reactor: watches one notifier (held by counted pointer, const) and receives its
+/// attribute changes through onAttribute while registered and while its notifications are active.
+class STPTXRX_EXPORT NotifieeConst : public PtrInterface {
+ public:
+  NotifieeConst() = default;
+
+  const Ptr<PtrInterface const>& notifier() const { return notifier_; }
+
+  /// Binds the reactor to `p` (null unbinds). A registered reactor moves its registration to `p`.
+  /// Derived reactors override this to copy on re-pointing and call the base to do the binding.
+  virtual void notifierIs(const Ptr<PtrInterface const>& p);
+
+  bool isRegisteredNotifiee() const { return registered_; }
+  /// Adds the reactor to (or removes it from) its notifier's list of notifiees.
+  void isRegisteredNotifieeIs(bool registered);
+
+  /// Called after attribute `id` of the notifier changed; `key` points at the member's key for a
+  /// collection attribute and is null for a scalar. The default ignores everything.
+  virtual void onAttribute(AttributeId id, const void* key);
+
+ protected:
+  ~NotifieeConst() override;
+
+ private:
+  Ptr<PtrInterface const> notifier_;
+  bool registered_ = false;
+};
+
+}  // namespace Zek

@@ -1,0 +1,104 @@
+// The binary trace ring and its call-site registry.
+#include <stptxrx/runtime/BinaryTrace.h>
+
+#include <array>
+#include <chrono>
+#include <deque>
+#include <ostream>
+#include <string>
+
+namespace Zek::BinaryTrace {
+
+bool enabled_ = true;
+
+namespace {
+
+struct Ring {
+  std::array<Record, ringSize> records{};
+  std::uint64_t written = 0;
+  std::deque<std::string> messages;  // index = message id
+};
+
+Ring& ring() {
+  static Ring* r = new Ring;  // never destroyed: handlers may run from static destructors
+  return *r;
+}
+
+// "void StpTxRx::IntxInfoSyncer::handleMstiN(Stp::BridgeSystemId)" -> "StpTxRx::IntxInfoSyncer::handleMstiN"
+std::string qualifiedName(std::string_view pretty) {
+  int depth = 0;
+  std::size_t open = std::string_view::npos;
+  for (std::size_t i = 0; i < pretty.size(); ++i) {
+    char c = pretty[i];
+    if (c == '<') ++depth;
+    if (c == '>') --depth;
+    if (c == '(' && depth == 0) {
+      // "operator()" names a call operator, not the start of the parameters.
+      if (i >= 8 && pretty.substr(i - 8, 8) == "operator" && i + 1 < pretty.size() && pretty[i + 1] == ')') {
+        ++i;
+        continue;
+      }
+      open = i;
+      break;
+    }
+  }
+  std::string_view head = pretty.substr(0, open);
+  depth = 0;
+  std::size_t start = 0;
+  for (std::size_t i = head.size(); i-- > 0;) {
+    char c = head[i];
+    if (c == '>') ++depth;
+    if (c == '<') --depth;
+    if (c == ' ' && depth == 0) {
+      start = i + 1;
+      break;
+    }
+  }
+  return std::string(head.substr(start));
+}
+
+}  // namespace
+
+std::uint64_t nowSteady() noexcept {
+  return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+}
+
+std::uint32_t callSiteIs(const char* prettyFunction, const char*, int line) {
+  Ring& r = ring();
+  r.messages.push_back(qualifiedName(prettyFunction) + "():" + std::to_string(line));
+  return static_cast<std::uint32_t>(r.messages.size() - 1);
+}
+
+const std::string& messageText(std::uint32_t id) {
+  static const std::string none;
+  Ring& r = ring();
+  return id < r.messages.size() ? r.messages[id] : none;
+}
+
+void record(std::uint32_t message, std::uint64_t start, std::uint64_t elapsed) noexcept {
+  Ring& r = ring();
+  r.records[r.written & (ringSize - 1)] = Record{message, 0, start, elapsed};
+  ++r.written;
+}
+
+std::uint64_t recordCount() noexcept { return ring().written; }
+
+void clear() noexcept { ring().written = 0; }
+
+bool recent(std::uint32_t back, Record& out) noexcept {
+  Ring& r = ring();
+  if (back >= r.written || back >= ringSize) return false;
+  out = r.records[(r.written - 1 - back) & (ringSize - 1)];
+  return true;
+}
+
+void dump(std::ostream& os) {
+  Ring& r = ring();
+  std::uint64_t n = r.written < ringSize ? r.written : ringSize;
+  for (std::uint64_t i = r.written - n; i < r.written; ++i) {
+    const Record& rec = r.records[i & (ringSize - 1)];
+    os << messageText(rec.message) << " start=" << rec.start << " elapsed=" << rec.elapsed << '\n';
+  }
+}
+
+}  // namespace Zek::BinaryTrace

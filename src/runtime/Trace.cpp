@@ -1,0 +1,168 @@
+// Text trace handles, level settings and sinks.
+#include <stptxrx/runtime/Trace.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace Zek {
+
+namespace {
+
+struct LevelRule {
+  std::string name;  // "*" for every handle
+  std::uint16_t mask;
+};
+
+struct TraceState {
+  std::deque<TraceHandle> handles;  // stable addresses; handles are never destroyed
+  std::unordered_map<std::string, TraceHandle*> byName;
+  std::vector<LevelRule> rules;  // applied in order to each handle
+  TraceSink* sink = nullptr;
+
+  TraceState() {
+    if (const char* env = std::getenv("STPTXRX_TRACE")) {
+      if (!parse(env, rules)) {
+        std::fprintf(stderr, "STPTXRX_TRACE: cannot parse \"%s\"; tracing stays off\n", env);
+        rules.clear();
+      }
+    }
+  }
+
+  std::uint16_t maskFor(const std::string& name) const {
+    std::uint16_t mask = 0;
+    for (const LevelRule& r : rules) {
+      if (r.name == "*" || r.name == name) mask = r.mask;
+    }
+    return mask;
+  }
+
+  static bool parse(std::string_view spec, std::vector<LevelRule>& out) {
+    std::vector<LevelRule> parsed;
+    while (!spec.empty()) {
+      std::size_t comma = spec.find(',');
+      std::string_view item = spec.substr(0, comma);
+      spec = comma == std::string_view::npos ? std::string_view() : spec.substr(comma + 1);
+      while (!item.empty() && item.front() == ' ') item.remove_prefix(1);
+      while (!item.empty() && item.back() == ' ') item.remove_suffix(1);
+      if (item.empty()) continue;
+      std::size_t slash = item.find('/');
+      std::string_view name = item.substr(0, slash);
+      std::string_view levels = slash == std::string_view::npos ? std::string_view() : item.substr(slash + 1);
+      if (name.empty()) return false;
+      std::uint16_t mask;
+      if (!traceLevelMaskOf(levels, mask)) return false;
+      parsed.push_back(LevelRule{std::string(name), mask});
+    }
+    out.insert(out.end(), parsed.begin(), parsed.end());
+    return true;
+  }
+};
+
+TraceState& state() {
+  static TraceState* s = new TraceState;  // never destroyed: traces may run from static destructors
+  return *s;
+}
+
+class StderrSink : public TraceSink {
+ public:
+  void write(const TraceRecord& r) override {
+    std::fprintf(stderr, "%.*s/%d %.*s:%d %.*s: %.*s\n", static_cast<int>(r.handle.size()), r.handle.data(),
+                 r.level, static_cast<int>(r.file.size()), r.file.data(), r.line,
+                 static_cast<int>(r.function.size()), r.function.data(), static_cast<int>(r.text.size()),
+                 r.text.data());
+  }
+};
+
+// "…/src/Stp/StpTxStatusSyncer.cpp" -> "Stp/StpTxStatusSyncer".
+std::string_view sourceName(std::string_view file) {
+  for (std::string_view root : {std::string_view("/src/"), std::string_view("/include/stptxrx/")}) {
+    std::size_t at = file.rfind(root);
+    if (at != std::string_view::npos) {
+      file.remove_prefix(at + root.size());
+      break;
+    }
+  }
+  std::size_t dot = file.rfind('.');
+  if (dot != std::string_view::npos && file.find('/', dot) == std::string_view::npos) file = file.substr(0, dot);
+  return file;
+}
+
+}  // namespace
+
+bool traceLevelMaskOf(std::string_view levels, std::uint16_t& mask) {
+  if (levels.empty()) {
+    mask = 0x3ff;
+    return true;
+  }
+  if (levels == "-") {
+    mask = 0;
+    return true;
+  }
+  auto number = [](std::string_view t, int& v) {
+    auto [p, ec] = std::from_chars(t.data(), t.data() + t.size(), v);
+    return ec == std::errc() && p == t.data() + t.size() && v >= 0 && v <= 9;
+  };
+  int lo, hi;
+  std::size_t dash = levels.find('-');
+  if (dash == std::string_view::npos) {
+    if (!number(levels, lo)) return false;
+    hi = lo;
+  } else if (!number(levels.substr(0, dash), lo) || !number(levels.substr(dash + 1), hi) || lo > hi) {
+    return false;
+  }
+  mask = 0;
+  for (int l = lo; l <= hi; ++l) mask = static_cast<std::uint16_t>(mask | (1u << l));
+  return true;
+}
+
+TraceHandle* traceHandleIs(const char* name) {
+  TraceState& s = state();
+  auto it = s.byName.find(name);
+  if (it != s.byName.end()) return it->second;
+  TraceHandle* h = &s.handles.emplace_back(name);
+  h->levelsIs(s.maskFor(h->name()));
+  s.byName.emplace(h->name(), h);
+  return h;
+}
+
+bool traceLevelsIs(std::string_view spec) {
+  TraceState& s = state();
+  std::vector<LevelRule> rules;
+  if (!TraceState::parse(spec, rules)) return false;
+  s.rules.insert(s.rules.end(), rules.begin(), rules.end());
+  for (TraceHandle& h : s.handles) h.levelsIs(s.maskFor(h.name()));
+  return true;
+}
+
+void traceSinkIs(TraceSink* sink) { state().sink = sink; }
+
+TraceSink* traceSink() { return state().sink; }
+
+void traceHandlesForEach(const std::function<void(TraceHandle&)>& visit) {
+  for (TraceHandle& h : state().handles) visit(h);
+}
+
+void TraceHandle::emit(int level, const char* file, int line, const char* function, std::string_view text) const {
+  static StderrSink stderrSink;
+  TraceSink* sink = state().sink ? state().sink : &stderrSink;
+  sink->write(TraceRecord{name_, level, sourceName(file), line, function, text});
+}
+
+void CapturingTraceSink::write(const TraceRecord& r) {
+  lines_.push_back(Line{std::string(r.handle), r.level, std::string(r.file), std::string(r.function),
+                        std::string(r.text)});
+}
+
+std::vector<std::string> CapturingTraceSink::texts() const {
+  std::vector<std::string> out;
+  out.reserve(lines_.size());
+  for (const Line& l : lines_) out.push_back(l.text);
+  return out;
+}
+
+}  // namespace Zek
