@@ -1,0 +1,35 @@
+#pragma once
+// Counting of global operator new calls, for tests and benchmarks that prove a path allocates nothing.
+//
+// AllocCounter.cpp replaces the global operator new/delete (every form) with versions that forward to
+// malloc/free and count each allocation in a per-thread counter. The replacement is linked into any
+// program that uses allocations() or AllocScope, and then also counts the allocations made inside the
+// shared library. The file depends on nothing but the standard library, so a benchmark can link it
+// without GoogleTest.
+#include <cstdint>
+
+namespace Zek::test {
+
+/// Number of operator new calls made by the calling thread since it started.
+std::uint64_t allocations() noexcept;
+
+/// Counts the operator new calls the calling thread makes between construction and count().
+///
+///   Zek::test::AllocScope scope;
+///   doWork();
+///   EXPECT_EQ(scope.count(), 0u);
+class AllocScope {
+ public:
+  AllocScope() noexcept : start_(allocations()) {}
+  AllocScope(const AllocScope&) = delete;
+  AllocScope& operator=(const AllocScope&) = delete;
+
+  /// Allocations made since construction (or the last restart()).
+  std::uint64_t count() const noexcept { return allocations() - start_; }
+  void restart() noexcept { start_ = allocations(); }
+
+ private:
+  std::uint64_t start_;
+};
+
+}  // namespace Zek::test
