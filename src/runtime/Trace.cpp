@@ -13,9 +13,17 @@ namespace Zek {
 
 namespace {
 
+// One item of a level spec: switches the levels in `mask` on, or (for "name/-") every level off. Items
+// apply in order, each deciding only the levels it names.
 struct LevelRule {
   std::string name;  // "*" for every handle
   std::uint16_t mask;
+  bool on;
+
+  bool matches(const std::string& handle) const { return name == "*" || name == handle; }
+  std::uint16_t applied(std::uint16_t to) const {
+    return on ? static_cast<std::uint16_t>(to | mask) : static_cast<std::uint16_t>(to & ~mask);
+  }
 };
 
 struct TraceState {
@@ -36,7 +44,7 @@ struct TraceState {
   std::uint16_t maskFor(const std::string& name) const {
     std::uint16_t mask = 0;
     for (const LevelRule& r : rules) {
-      if (r.name == "*" || r.name == name) mask = r.mask;
+      if (r.matches(name)) mask = r.applied(mask);
     }
     return mask;
   }
@@ -56,7 +64,8 @@ struct TraceState {
       if (name.empty()) return false;
       std::uint16_t mask;
       if (!traceLevelMaskOf(levels, mask)) return false;
-      parsed.push_back(LevelRule{std::string(name), mask});
+      bool off = levels == "-";
+      parsed.push_back(LevelRule{std::string(name), off ? std::uint16_t(0x3ff) : mask, !off});
     }
     out.insert(out.end(), parsed.begin(), parsed.end());
     return true;
@@ -135,7 +144,15 @@ bool traceLevelsIs(std::string_view spec) {
   std::vector<LevelRule> rules;
   if (!TraceState::parse(spec, rules)) return false;
   s.rules.insert(s.rules.end(), rules.begin(), rules.end());
-  for (TraceHandle& h : s.handles) h.levelsIs(s.maskFor(h.name()));
+  // Existing handles get only the new items, on top of their current levels: levels set through the
+  // API on other handles (or on other levels) stay as they are.
+  for (TraceHandle& h : s.handles) {
+    std::uint16_t mask = h.levels();
+    for (const LevelRule& r : rules) {
+      if (r.matches(h.name())) mask = r.applied(mask);
+    }
+    h.levelsIs(mask);
+  }
   return true;
 }
 
