@@ -1,0 +1,40 @@
+#include <stptxrx/Stp/StpTxRxCommon.h>
+
+namespace StpTxRx {
+
+void copyIntxInfo(Zek::Ptr<IntxInfo const> src, Zek::Ptr<IntxInfo> dst) {
+  dst->neighborAddrIs(src->neighborAddr());
+  dst->stpVersionIs(src->stpVersion());
+  dst->intxInfoTypeIs(src->intxInfoType());
+  dst->configRevisionLevelIs(src->configRevisionLevel());
+  dst->configNameStringIs(src->configNameString());
+  dst->configDigestIs(src->configDigest());
+
+  // The collection iterators hold the current entry by counted pointer and, when the collection changed
+  // under them (an observer of dst acting inside a setter, or src being dst), continue with the next
+  // greater key: no entry is visited twice and none is skipped that still exists.
+  for (const auto& [key, s] : src->mstiN()) {
+    const Zek::Ptr<IntxMstiInfo> d = dst->mstiNIs(key);
+    d->flagsIs(s->flags());
+    d->bridgeIdIs(s->bridgeId());
+    d->portIdIs(s->portId());
+    d->cistRootBridgeIdIs(s->cistRootBridgeId());
+    d->cistExtRootPathCostIs(s->cistExtRootPathCost());
+    d->cistRegionalRootBridgeIdIs(s->cistRegionalRootBridgeId());
+    d->intRootPathCostIs(s->intRootPathCost());
+    d->regionalRootBridgeIdIs(s->regionalRootBridgeId());
+    d->remainingHopsIs(s->remainingHops());
+    d->messageAgeIs(s->messageAge());
+    d->maxAgeIs(s->maxAge());
+    d->helloTimeIs(s->helloTime());
+    d->fwdDelayIs(s->fwdDelay());
+  }
+
+  // Every source key is now in dst, so equal counts mean equal key sets.
+  if (dst->mstiNCount() == src->mstiNCount()) return;
+  for (const auto& entry : dst->mstiN()) {
+    if (!src->mstiN(entry.first)) dst->mstiNDel(entry.first);
+  }
+}
+
+}  // namespace StpTxRx
