@@ -232,6 +232,18 @@ class ChildSet {
     }
   }
 
+  /// The whole-collection step of construction and re-pointing: `is` for every member of `members` (a
+  /// const view iterated as (key, member), in its order), then `del` for every child whose key
+  /// `has(key)` says the source no longer holds.
+  template <class Members, class Has, class OwnerT>
+  void mirrorAll(const Members& members, Has&& has, OwnerT* owner, std::string_view type,
+                 std::string_view attribute) {
+    for (const auto& [key, member] : members) is(member, owner, type, attribute);
+    for (const auto& entry : map_) {
+      if (!has(entry.first)) del(entry.first);
+    }
+  }
+
   /// Create-or-return for a child built from construction values. `check(child)` must raise the
   /// reinstantiation error when the existing child differs; `make()` builds a new one, which is switched
   /// on and inserted.

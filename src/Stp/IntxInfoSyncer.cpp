@@ -1,0 +1,383 @@
+#include <stptxrx/Stp/IntxInfoSyncer.h>
+#include <stptxrx/Stp/SyncerTrace.h>
+
+#include <type_traits>
+#include <utility>
+
+namespace StpTxRx {
+
+ZEK_TYPE_DEFINE(IntxInfoSyncer, "StpTxRx::IntxInfoSyncer")
+ZEK_TYPE_DEFINE(IntxInfoSyncer::ZekSource, "StpTxRx::IntxInfoSyncer::ZekSource")
+ZEK_TYPE_DEFINE(IntxInfoSyncer::ZekMstiNSm, "StpTxRx::IntxInfoSyncer::ZekMstiNSm")
+
+namespace {
+
+constexpr const char* typeName = "IntxInfoSyncer";
+constexpr const char* mstiNName = "mstiN";
+constexpr const char* label = "IntxInfoSyncer";
+constexpr const char* mstiNSmLabel = "IntxInfoSyncer::ZekMstiNSm";
+
+/// Writes one attribute of `src` (the attribute type's zero when `src` is null) into `dst` through the
+/// destination's setter, without comparing first.
+template <class Entity, auto Get, auto Set>
+inline void copyAttribute(const Entity* src, Entity& dst) {
+  using Value = std::remove_cvref_t<decltype((std::declval<const Entity&>().*Get)())>;
+  if (src) {
+    (dst.*Set)((src->*Get)());
+  } else {
+    (dst.*Set)(Value{});
+  }
+}
+
+}  // namespace
+
+// ---- IntxInfoSyncer
+
+Zek::Ptr<IntxInfoSyncer> IntxInfoSyncer::IntxInfoSyncerIs(const Zek::Ptr<IntxInfo const>& source,
+                                                          const Zek::Ptr<IntxInfo>& dest, VlanIdOrNone vlanIdOrZero,
+                                                          Zek::String parentId) {
+  // The full copy reads both records without testing them; refuse before anything is built.
+  if (!source) Zek::throwMutatorArgNullPointerException(typeName, "source");
+  if (!dest) Zek::throwMutatorArgNullPointerException(typeName, "dest");
+  Zek::Ptr<IntxInfoSyncer> syncer(new IntxInfoSyncer(source, dest, vlanIdOrZero, std::move(parentId)));
+  syncer->hasNotificationActiveIs(true);
+  return syncer;
+}
+
+Zek::Ptr<IntxInfoSyncer> intxInfoSyncerFactory(const Zek::Ptr<IntxInfo const>& source, const Zek::Ptr<IntxInfo>& dest,
+                                               VlanIdOrNone vlanIdOrZero, Zek::String parentId) {
+  return IntxInfoSyncer::IntxInfoSyncerIs(source, dest, vlanIdOrZero, std::move(parentId));
+}
+
+IntxInfoSyncer::IntxInfoSyncer(const Zek::Ptr<IntxInfo const>& source, const Zek::Ptr<IntxInfo>& dest,
+                               VlanIdOrNone vlanIdOrZero, Zek::String parentId)
+    : dest_(dest), vlanIdOrZero_(vlanIdOrZero), parentId_(std::move(parentId)) {
+  source_.create(source, this);
+  // Record level first, once; the entries are left to the per-instance syncers and the full copy.
+  copyRecordFields();
+  if (source) mirrorMstiN(*source);
+  handleInitialized();
+}
+
+// Zombie first (it reaches the source reactor and every per-instance syncer while their back pointers are
+// still set), then detach and release. The destination is released, never emptied.
+IntxInfoSyncer::~IntxInfoSyncer() {
+  zekDoZombieReactors(true);
+  source_.release();
+  zekMstiN_.release();
+  dest_ = nullptr;
+}
+
+void IntxInfoSyncer::passNotificationActive(bool active) {
+  source_.hasNotificationActiveIs(active);
+  zekMstiN_.hasNotificationActiveIs(active);
+}
+
+void IntxInfoSyncer::passZombie(bool zombie) {
+  source_.zekDoZombieReactors(zombie);
+  zekMstiN_.zekDoZombieReactors(zombie);
+}
+
+std::string IntxInfoSyncer::keyInfo() const {
+  const IntxInfo* src = sourceRecord();
+  std::string text;
+  text.reserve(parentId_.size() + 10);
+  text.append("[").append(parentId_.view()).append("|");
+  text.append(std::to_string(src ? int{src->vlanIdOrZero().value()} : 0)).append("]");
+  return text;
+}
+
+Zek::Ptr<IntxInfo const> IntxInfoSyncer::sourceDel() { return source_.del(); }
+
+void IntxInfoSyncer::handleInitialized() {
+  ZEK_BINARY_TRACE();
+  STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleInitialized", "");
+  // Held for the walks: the handlers write the destination, whose readers may do anything.
+  const Zek::Ptr<IntxInfo const> src = source();
+  const Zek::Ptr<IntxInfo> dst = dest_;
+  // The source collection is walked (not the per-instance syncers), the handler before the entry's copy,
+  // so that the destination entry exists when copyAllData looks it up.
+  if (src) {
+    for (const auto& [mstiId, entry] : src->mstiN()) {
+      handleMstiN(mstiId);
+      // Every source key has its per-instance syncer unless the source changed while notifications were
+      // off; then there is nothing to copy with.
+      if (ZekMstiNSm* sm = zekMstiN_.find(mstiId)) sm->copyAllData();
+    }
+  }
+  // Only a differing count reveals extra destination entries; with equal counts the pass is skipped.
+  if (dst->mstiNCount() != (src ? src->mstiNCount() : 0)) {
+    for (const auto& [mstiId, entry] : dst->mstiN()) handleMstiN(mstiId);
+  }
+  initializedIs(true);
+}
+
+void IntxInfoSyncer::handleMstiN(BridgeSystemId mstiId) {
+  ZEK_BINARY_TRACE();
+  const IntxInfo* src = sourceRecord();
+  if (src && src->mstiN(mstiId)) {
+    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "setting mstiId=" << mstiId);
+    dest_->mstiNIs(mstiId);
+  } else {
+    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "deleting mstiId=" << mstiId);
+    dest_->mstiNDel(mstiId);
+  }
+}
+
+template <auto Get, auto Set>
+void IntxInfoSyncer::copyRecordField() {
+  copyAttribute<IntxInfo, Get, Set>(sourceRecord(), *dest_);
+}
+
+void IntxInfoSyncer::zek_handleIntxInfo_neighborAddr() {
+  ZEK_BINARY_TRACE();
+  copyRecordField<&IntxInfo::neighborAddr, &IntxInfo::neighborAddrIs>();
+}
+void IntxInfoSyncer::zek_handleIntxInfo_stpVersion() {
+  ZEK_BINARY_TRACE();
+  copyRecordField<&IntxInfo::stpVersion, &IntxInfo::stpVersionIs>();
+}
+void IntxInfoSyncer::zek_handleIntxInfo_intxInfoType() {
+  ZEK_BINARY_TRACE();
+  copyRecordField<&IntxInfo::intxInfoType, &IntxInfo::intxInfoTypeIs>();
+}
+void IntxInfoSyncer::zek_handleIntxInfo_configRevisionLevel() {
+  ZEK_BINARY_TRACE();
+  copyRecordField<&IntxInfo::configRevisionLevel, &IntxInfo::configRevisionLevelIs>();
+}
+void IntxInfoSyncer::zek_handleIntxInfo_configNameString() {
+  ZEK_BINARY_TRACE();
+  copyRecordField<&IntxInfo::configNameString, &IntxInfo::configNameStringIs>();
+}
+void IntxInfoSyncer::zek_handleIntxInfo_configDigest() {
+  ZEK_BINARY_TRACE();
+  copyRecordField<&IntxInfo::configDigest, &IntxInfo::configDigestIs>();
+}
+
+void IntxInfoSyncer::copyRecordFields() {
+  zek_handleIntxInfo_neighborAddr();
+  zek_handleIntxInfo_stpVersion();
+  zek_handleIntxInfo_intxInfoType();
+  zek_handleIntxInfo_configRevisionLevel();
+  zek_handleIntxInfo_configNameString();
+  zek_handleIntxInfo_configDigest();
+}
+
+Zek::Ptr<IntxInfoSyncer::ZekMstiNSm> IntxInfoSyncer::mstiNIs(const Zek::Ptr<IntxMstiInfo const>& entry) {
+  return zekMstiN_.is(entry, this, typeName, mstiNName);
+}
+
+Zek::Ptr<IntxMstiInfo const> IntxInfoSyncer::mstiNDel(BridgeSystemId key) { return zekMstiN_.del(key); }
+
+void IntxInfoSyncer::mstiNDelAll() { zekMstiN_.delAll(); }
+
+void IntxInfoSyncer::mirrorMstiN(const IntxInfo& record) {
+  zekMstiN_.mirrorAll(
+      record.mstiN(), [&record](BridgeSystemId key) { return static_cast<bool>(record.mstiN(key)); }, this,
+      typeName, mstiNName);
+}
+
+// ---- ZekSource
+
+IntxInfoSyncer::ZekSource::ZekSource(const Zek::Ptr<IntxInfo const>& source, IntxInfoSyncer* owner)
+    : Reactor(source, owner) {}
+
+void IntxInfoSyncer::ZekSource::onAttribute(Zek::AttributeId id, const void* key) {
+  // Record-level copies run for a zombie too; only a detached or unbound reactor skips them.
+  switch (id) {
+    case IntxInfo::idNeighborAddr:
+      if (watched() && owner()) owner()->zek_handleIntxInfo_neighborAddr();
+      return;
+    case IntxInfo::idStpVersion:
+      if (watched() && owner()) owner()->zek_handleIntxInfo_stpVersion();
+      return;
+    case IntxInfo::idIntxInfoType:
+      if (watched() && owner()) owner()->zek_handleIntxInfo_intxInfoType();
+      return;
+    case IntxInfo::idConfigRevisionLevel:
+      if (watched() && owner()) owner()->zek_handleIntxInfo_configRevisionLevel();
+      return;
+    case IntxInfo::idConfigNameString:
+      if (watched() && owner()) owner()->zek_handleIntxInfo_configNameString();
+      return;
+    case IntxInfo::idConfigDigest:
+      if (watched() && owner()) owner()->zek_handleIntxInfo_configDigest();
+      return;
+    case IntxInfo::idMstiN: {
+      if (!key) return;
+      const BridgeSystemId mstiId = *static_cast<const BridgeSystemId*>(key);
+      // The destination entry first, so that a new per-instance syncer finds it in its own full copy.
+      if (!zekMarkedForDeletion() && owner()) owner()->handleMstiN(mstiId);
+      // The handler may have detached this reactor (its readers may do anything); look again.
+      if (watched() && owner()) {
+        owner()->zekMstiN_.mirror(mstiId, watched()->mstiN(mstiId), owner(), typeName, mstiNName);
+      }
+      return;
+    }
+    default:  // vlanIdOrZero is the record's key and never changes; anything else is not ours
+      return;
+  }
+}
+
+void IntxInfoSyncer::ZekSource::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  if (p == notifier()) return;
+  bind(Zek::ptr_cast<IntxInfo const>(p));
+  if (!watched() || !owner()) return;
+  owner()->copyRecordFields();
+  owner()->mirrorMstiN(*watched());
+}
+
+// ---- ZekMstiNSm
+
+IntxInfoSyncer::ZekMstiNSm::ZekMstiNSm(const Zek::Ptr<IntxMstiInfo const>& entry, IntxInfoSyncer* owner)
+    : Reactor(entry, owner), key_(entry ? entry->key() : BridgeSystemId()) {
+  handleInitialized();
+}
+
+std::string IntxInfoSyncer::ZekMstiNSm::keyInfo() const {
+  const IntxMstiInfo* src = watched();
+  return "[" + std::to_string(unsigned{(src ? src->key() : key_).value()}) + "]";
+}
+
+void IntxInfoSyncer::ZekMstiNSm::handleInitialized() {
+  ZEK_BINARY_TRACE();
+  STP_TX_SYNCER_TRACE(8, mstiNSmLabel, keyInfo(), "handleInitialized", "");
+  copyAllData();
+  initializedIs(true);
+}
+
+void IntxInfoSyncer::ZekMstiNSm::copyAllData() {
+  ZEK_BINARY_TRACE();
+  const IntxMstiInfo* src = watched();
+  const IntxInfoSyncer* o = owner();
+  destMstiN_ = o ? o->dest_->mstiN(src ? src->key() : key_) : Zek::Ptr<IntxMstiInfo>();
+  if (!destMstiN_) return;
+  STP_TX_SYNCER_TRACE(8, mstiNSmLabel, keyInfo(), "copyAllData", "");
+  // Held: a reader of the destination may make this syncer look its entry up again meanwhile.
+  const Zek::Ptr<IntxMstiInfo> dst = destMstiN_;
+  copyAllFields(*dst);
+}
+
+void IntxInfoSyncer::ZekMstiNSm::copyAllFields(IntxMstiInfo& dst) {
+  const IntxMstiInfo* src = watched();
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::flags, &IntxMstiInfo::flagsIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::portId, &IntxMstiInfo::portIdIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs>(
+      src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs>(src, dst);
+  copyAttribute<IntxMstiInfo, &IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>(src, dst);
+}
+
+template <auto Get, auto Set>
+void IntxInfoSyncer::ZekMstiNSm::copyField() {
+  if (IntxMstiInfo* dst = destMstiN_.get()) copyAttribute<IntxMstiInfo, Get, Set>(watched(), *dst);
+}
+
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_flags() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::flags, &IntxMstiInfo::flagsIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_bridgeId() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_portId() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::portId, &IntxMstiInfo::portIdIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRootBridgeId() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistExtRootPathCost() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRegionalRootBridgeId() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_intRootPathCost() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_regionalRootBridgeId() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_remainingHops() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_messageAge() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_maxAge() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_helloTime() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs>();
+}
+void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay() {
+  ZEK_BINARY_TRACE();
+  copyField<&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>();
+}
+
+void IntxInfoSyncer::ZekMstiNSm::onAttribute(Zek::AttributeId id, const void*) {
+  if (zekMarkedForDeletion()) return;
+  switch (id) {
+    case IntxMstiInfo::idFlags: zek_handleMstiN_flags(); return;
+    case IntxMstiInfo::idBridgeId: zek_handleMstiN_bridgeId(); return;
+    case IntxMstiInfo::idPortId: zek_handleMstiN_portId(); return;
+    case IntxMstiInfo::idCistRootBridgeId: zek_handleMstiN_cistRootBridgeId(); return;
+    case IntxMstiInfo::idCistExtRootPathCost: zek_handleMstiN_cistExtRootPathCost(); return;
+    case IntxMstiInfo::idCistRegionalRootBridgeId: zek_handleMstiN_cistRegionalRootBridgeId(); return;
+    case IntxMstiInfo::idIntRootPathCost: zek_handleMstiN_intRootPathCost(); return;
+    case IntxMstiInfo::idRegionalRootBridgeId: zek_handleMstiN_regionalRootBridgeId(); return;
+    case IntxMstiInfo::idRemainingHops: zek_handleMstiN_remainingHops(); return;
+    case IntxMstiInfo::idMessageAge: zek_handleMstiN_messageAge(); return;
+    case IntxMstiInfo::idMaxAge: zek_handleMstiN_maxAge(); return;
+    case IntxMstiInfo::idHelloTime: zek_handleMstiN_helloTime(); return;
+    case IntxMstiInfo::idFwdDelay: zek_handleMstiN_fwdDelay(); return;
+    default: return;  // the key, and anything unknown
+  }
+}
+
+void IntxInfoSyncer::ZekMstiNSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  if (p == notifier()) return;
+  bind(Zek::ptr_cast<IntxMstiInfo const>(p));
+  if (!p) return;
+  // Every field replayed as if written; a destination reader may turn this syncer into a zombie midway.
+  using Handler = void (ZekMstiNSm::*)();
+  static constexpr Handler handlers[] = {
+      &ZekMstiNSm::zek_handleMstiN_flags,
+      &ZekMstiNSm::zek_handleMstiN_bridgeId,
+      &ZekMstiNSm::zek_handleMstiN_portId,
+      &ZekMstiNSm::zek_handleMstiN_cistRootBridgeId,
+      &ZekMstiNSm::zek_handleMstiN_cistExtRootPathCost,
+      &ZekMstiNSm::zek_handleMstiN_cistRegionalRootBridgeId,
+      &ZekMstiNSm::zek_handleMstiN_intRootPathCost,
+      &ZekMstiNSm::zek_handleMstiN_regionalRootBridgeId,
+      &ZekMstiNSm::zek_handleMstiN_remainingHops,
+      &ZekMstiNSm::zek_handleMstiN_messageAge,
+      &ZekMstiNSm::zek_handleMstiN_maxAge,
+      &ZekMstiNSm::zek_handleMstiN_helloTime,
+      &ZekMstiNSm::zek_handleMstiN_fwdDelay,
+  };
+  for (Handler h : handlers) {
+    if (!zekMarkedForDeletion()) (this->*h)();
+  }
+}
+
+}  // namespace StpTxRx

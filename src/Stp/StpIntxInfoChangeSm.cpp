@@ -1,0 +1,182 @@
+#include <stptxrx/Stp/StpIntxInfoChangeSm.h>
+
+namespace StpTxRx {
+
+ZEK_TYPE_DEFINE(IntxInfoChangeSm, "StpTxRx::IntxInfoChangeSm")
+ZEK_TYPE_DEFINE(IntxInfoChangeSm::ZekIntxInfo, "StpTxRx::IntxInfoChangeSm::ZekIntxInfo")
+ZEK_TYPE_DEFINE(IntxInfoChangeSm::ZekMstiN, "StpTxRx::IntxInfoChangeSm::ZekMstiN")
+
+namespace {
+constexpr const char* typeName = "IntxInfoChangeSm";
+constexpr const char* mstiNName = "mstiN";
+}  // namespace
+
+// ---- IntxInfoChangeSm
+
+Zek::Ptr<IntxInfoChangeSm> IntxInfoChangeSm::IntxInfoChangeSmIs(const Zek::Ptr<IntxInfo const>& intxInfo,
+                                                                VlanIdOrNone vlanIdOrZero) {
+  Zek::Ptr<IntxInfoChangeSm> sm(new IntxInfoChangeSm(intxInfo, vlanIdOrZero));
+  sm->hasNotificationActiveIs(true);
+  return sm;
+}
+
+Zek::Ptr<IntxInfoChangeSm> intxInfoChangeSmFactory(const Zek::Ptr<IntxInfo const>& intxInfo,
+                                                   VlanIdOrNone vlanIdOrZero) {
+  return IntxInfoChangeSm::IntxInfoChangeSmIs(intxInfo, vlanIdOrZero);
+}
+
+IntxInfoChangeSm::IntxInfoChangeSm(const Zek::Ptr<IntxInfo const>& intxInfo, VlanIdOrNone vlanIdOrZero)
+    : vlanIdOrZero_(vlanIdOrZero) {
+  if (!intxInfo) return;
+  intxInfo_.create(intxInfo, this);
+  // New instance reactors count nothing, and none exists yet to be re-pointed or removed: the counter
+  // stays at 1.
+  mirrorMstiN(*intxInfo);
+}
+
+// The zombie step reaches every instance reactor while its back pointer is still set (counting 1 each),
+// then the reactors are detached and released. The record is never touched.
+IntxInfoChangeSm::~IntxInfoChangeSm() {
+  zekDoZombieReactors(true);
+  intxInfo_.release();
+  zekMstiN_.release();
+}
+
+void IntxInfoChangeSm::passNotificationActive(bool active) {
+  intxInfo_.hasNotificationActiveIs(active);
+  zekMstiN_.hasNotificationActiveIs(active);
+}
+
+void IntxInfoChangeSm::passZombie(bool zombie) {
+  intxInfo_.zekDoZombieReactors(zombie);
+  zekMstiN_.zekDoZombieReactors(zombie);
+}
+
+Zek::Ptr<IntxInfo const> IntxInfoChangeSm::intxInfoDel() { return intxInfo_.del(); }
+
+Zek::Ptr<IntxInfoChangeSm::ZekMstiN> IntxInfoChangeSm::mstiNIs(const Zek::Ptr<IntxMstiInfo const>& entry) {
+  return zekMstiN_.is(entry, this, typeName, mstiNName);
+}
+
+Zek::Ptr<IntxMstiInfo const> IntxInfoChangeSm::mstiNDel(BridgeSystemId key) { return zekMstiN_.del(key); }
+
+void IntxInfoChangeSm::mstiNDelAll() { zekMstiN_.delAll(); }
+
+void IntxInfoChangeSm::mirrorMstiN(const IntxInfo& record) {
+  zekMstiN_.mirrorAll(
+      record.mstiN(), [&record](BridgeSystemId key) { return static_cast<bool>(record.mstiN(key)); }, this,
+      typeName, mstiNName);
+}
+
+// ---- ZekIntxInfo
+
+IntxInfoChangeSm::ZekIntxInfo::ZekIntxInfo(const Zek::Ptr<IntxInfo const>& intxInfo, IntxInfoChangeSm* owner)
+    : Reactor(intxInfo, owner) {}
+
+void IntxInfoChangeSm::ZekIntxInfo::onAttribute(Zek::AttributeId id, const void* key) {
+  switch (id) {
+    case IntxInfo::idNeighborAddr:
+    case IntxInfo::idStpVersion:
+    case IntxInfo::idIntxInfoType:
+    case IntxInfo::idConfigRevisionLevel:
+    case IntxInfo::idConfigNameString:
+    case IntxInfo::idConfigDigest:
+      if (!zekMarkedForDeletion() && owner()) owner()->incUpdatedFieldCount();
+      return;
+    case IntxInfo::idMstiN: {
+      // Keeping the instance reactors in step is the machine's own bookkeeping, so it runs for a zombie
+      // too; it needs the record and the machine.
+      if (!key || !watched() || !owner()) return;
+      const BridgeSystemId mstiId = *static_cast<const BridgeSystemId*>(key);
+      if (Zek::Ptr<IntxMstiInfo const> entry = watched()->mstiN(mstiId)) {
+        owner()->mstiNIs(entry);
+      } else {
+        owner()->mstiNDel(mstiId);
+      }
+      return;
+    }
+    default:  // vlanIdOrZero (the record's key) and anything unknown
+      return;
+  }
+}
+
+void IntxInfoChangeSm::ZekIntxInfo::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  if (p == notifier()) return;
+  bind(Zek::ptr_cast<IntxInfo const>(p));
+  if (p && !zekMarkedForDeletion() && owner()) owner()->incUpdatedFieldCount();
+  if (watched() && owner() && p) owner()->mirrorMstiN(*watched());
+}
+
+// ---- ZekMstiN
+
+IntxInfoChangeSm::ZekMstiN::ZekMstiN(const Zek::Ptr<IntxMstiInfo const>& entry, IntxInfoChangeSm* owner)
+    : Reactor(entry, owner), key_(entry ? entry->key() : BridgeSystemId()) {}
+
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN() {
+  if (IntxInfoChangeSm* o = owner()) o->incUpdatedFieldCount();
+}
+
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_flags() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_bridgeId() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_portId() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRootBridgeId() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistExtRootPathCost() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_intRootPathCost() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_regionalRootBridgeId() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_remainingHops() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_messageAge() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime() { zek_handleMstiN(); }
+void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay() { zek_handleMstiN(); }
+
+void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) {
+  if (zekMarkedForDeletion()) return;
+  switch (id) {
+    case IntxMstiInfo::idFlags: zek_handleMstiN_flags(); return;
+    case IntxMstiInfo::idBridgeId: zek_handleMstiN_bridgeId(); return;
+    case IntxMstiInfo::idPortId: zek_handleMstiN_portId(); return;
+    case IntxMstiInfo::idCistRootBridgeId: zek_handleMstiN_cistRootBridgeId(); return;
+    case IntxMstiInfo::idCistExtRootPathCost: zek_handleMstiN_cistExtRootPathCost(); return;
+    case IntxMstiInfo::idCistRegionalRootBridgeId: zek_handleMstiN_cistRegionalRootBridgeId(); return;
+    case IntxMstiInfo::idIntRootPathCost: zek_handleMstiN_intRootPathCost(); return;
+    case IntxMstiInfo::idRegionalRootBridgeId: zek_handleMstiN_regionalRootBridgeId(); return;
+    case IntxMstiInfo::idRemainingHops: zek_handleMstiN_remainingHops(); return;
+    case IntxMstiInfo::idMessageAge: zek_handleMstiN_messageAge(); return;
+    case IntxMstiInfo::idMaxAge: zek_handleMstiN_maxAge(); return;
+    case IntxMstiInfo::idHelloTime: zek_handleMstiN_helloTime(); return;
+    case IntxMstiInfo::idFwdDelay: zek_handleMstiN_fwdDelay(); return;
+    default: return;  // the key, and anything unknown
+  }
+}
+
+void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  if (p == notifier()) return;
+  bind(Zek::ptr_cast<IntxMstiInfo const>(p));
+  if (!p) return;
+  // Re-pointing replays every field as if each had been written; the zombie test is the one a
+  // notification would make.
+  using Handler = void (ZekMstiN::*)();
+  static constexpr Handler handlers[] = {
+      &ZekMstiN::zek_handleMstiN_flags,
+      &ZekMstiN::zek_handleMstiN_bridgeId,
+      &ZekMstiN::zek_handleMstiN_portId,
+      &ZekMstiN::zek_handleMstiN_cistRootBridgeId,
+      &ZekMstiN::zek_handleMstiN_cistExtRootPathCost,
+      &ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId,
+      &ZekMstiN::zek_handleMstiN_intRootPathCost,
+      &ZekMstiN::zek_handleMstiN_regionalRootBridgeId,
+      &ZekMstiN::zek_handleMstiN_remainingHops,
+      &ZekMstiN::zek_handleMstiN_messageAge,
+      &ZekMstiN::zek_handleMstiN_maxAge,
+      &ZekMstiN::zek_handleMstiN_helloTime,
+      &ZekMstiN::zek_handleMstiN_fwdDelay,
+  };
+  for (Handler h : handlers) {
+    if (!zekMarkedForDeletion()) (this->*h)();
+  }
+}
+
+void IntxInfoChangeSm::ZekMstiN::zombieStateChanging(bool) { zek_handleMstiN(); }
+
+}  // namespace StpTxRx
