@@ -1,0 +1,463 @@
+#include <stptxrx/Stp/SyncerTrace.h>
+#include <stptxrx/Stp/TxStatusToTxSyncer.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace StpTxRx {
+
+using PortSm = TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm;
+
+ZEK_TYPE_DEFINE(TxStatusToTxSyncer, "StpTxRx::TxStatusToTxSyncer")
+ZEK_TYPE_DEFINE(TxStatusToTxSyncer::ZekSource, "StpTxRx::TxStatusToTxSyncer::ZekSource")
+ZEK_TYPE_DEFINE(TxStatusToTxSyncer::ZekTxMstStatusSm, "StpTxRx::TxStatusToTxSyncer::ZekTxMstStatusSm")
+ZEK_TYPE_DEFINE(TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm,
+                "StpTxRx::TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm")
+
+namespace {
+
+constexpr const char* syncerType = "TxStatusToTxSyncer";
+constexpr const char* groupSmType = "TxStatusToTxSyncer::ZekTxMstStatusSm";
+constexpr const char* portSmType = "TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm";
+constexpr const char* label = "TxToTx";
+constexpr const char* groupLabel = "TxToTx::ZekTxMstStatusSm";
+constexpr const char* portLabel = "TxToTx::ZekTxMstPortStatusSm";
+
+/// Value text of a record in a reinstantiation error: its identity, which is what differs.
+std::string recordText(const IntxInfo* record) {
+  if (!record) return "(null)";
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "IntxInfo@%p vlan=%u", static_cast<const void*>(record),
+                unsigned{record->vlanIdOrZero().value()});
+  return buf;
+}
+
+}  // namespace
+
+// =========================================================================================================
+// TxStatusToTxSyncer
+
+TxStatusToTxSyncer::Ptr TxStatusToTxSyncer::TxStatusToTxSyncerIs(const Zek::Ptr<TxStatus const>& source,
+                                                                 const Zek::Ptr<TxStatus>& dest) {
+  Ptr syncer(new TxStatusToTxSyncer(source, dest));
+  syncer->hasNotificationActiveIs(true);
+  return syncer;
+}
+
+TxStatusToTxSyncer::Ptr txStatusToTxSyncerFactory(const Zek::Ptr<TxStatus const>& source,
+                                                  const Zek::Ptr<TxStatus>& dest) {
+  return TxStatusToTxSyncer::TxStatusToTxSyncerIs(source, dest);
+}
+
+TxStatusToTxSyncer::TxStatusToTxSyncer(const Zek::Ptr<TxStatus const>& source, const Zek::Ptr<TxStatus>& dest)
+    : dest_(dest) {
+  source_.create(source, this);
+  // The mirrored scalar first, once, before any member: the image of an absent source is 0.0.
+  if (dest_) dest_->heartbeatTimeoutIs(source ? source->heartbeatTimeout() : 0.0);
+  if (source) {
+    for (const auto& [name, group] : source->txMstStatus()) txMstStatusIs(group);
+    zekTxMstStatusSm_.forEach([&](const Zek::Name& name, ZekTxMstStatusSm&) {
+      if (!source->txMstStatus(name)) txMstStatusDel(name);
+    });
+  }
+  handleInitialized();
+}
+
+// Zombie first (reaches the source reactor and every group and port reactor while back pointers are still
+// set), then detach and release. The destination is released, never emptied.
+TxStatusToTxSyncer::~TxStatusToTxSyncer() {
+  zekDoZombieReactors(true);
+  source_.release();
+  zekTxMstStatusSm_.release();
+  dest_ = nullptr;
+}
+
+void TxStatusToTxSyncer::passNotificationActive(bool active) {
+  source_.hasNotificationActiveIs(active);
+  zekTxMstStatusSm_.hasNotificationActiveIs(active);
+}
+
+void TxStatusToTxSyncer::passZombie(bool zombie) {
+  source_.zekDoZombieReactors(zombie);
+  zekTxMstStatusSm_.zekDoZombieReactors(zombie);
+}
+
+void TxStatusToTxSyncer::handleInitialized() {
+  ZEK_BINARY_TRACE();
+  STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleInitialized", "");
+  zekTxMstStatusSm_.forEach([this](const Zek::Name& name, ZekTxMstStatusSm& sm) {
+    sm.handleInitialized();
+    handleTxMstStatus(name);
+  });
+  // Every source group with a reactor now has its destination group, so a count that differs means
+  // destination groups the source lacks.
+  if (Zek::Ptr<TxStatus> dst = dest_) {
+    Zek::Ptr<TxStatus const> src = source();
+    const std::size_t sourceCount = src ? src->txMstStatus().size() : 0;
+    if (dst->txMstStatus().size() != sourceCount) {
+      for (const auto& [name, group] : dst->txMstStatus()) handleTxMstStatus(name);
+    }
+  }
+  initializedIs(true);
+}
+
+void TxStatusToTxSyncer::handleTxMstStatus(Zek::String name) {
+  ZEK_BINARY_TRACE();
+  Zek::Ptr<TxStatus> dst = dest_;
+  if (!dst) return;
+  const TxStatus* src = source_ ? source_.get()->watched() : nullptr;
+  if (src && src->txMstStatus(name)) {
+    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleTxMstStatus", "creating " << name);
+    dst->txMstStatusIs(name);
+  } else {
+    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleTxMstStatus", "deleting " << name);
+    dst->txMstStatusDel(name);
+  }
+}
+
+Zek::Ptr<TxStatusToTxSyncer::ZekTxMstStatusSm> TxStatusToTxSyncer::txMstStatusIs(
+    const Zek::Ptr<TxMstStatus const>& group) {
+  return zekTxMstStatusSm_.is(group, this, syncerType, "txMstStatus");
+}
+
+Zek::Ptr<TxMstStatus const> TxStatusToTxSyncer::txMstStatusDel(Zek::Name name) { return zekTxMstStatusSm_.del(name); }
+
+void TxStatusToTxSyncer::txMstStatusDelAll() { zekTxMstStatusSm_.delAll(); }
+
+TxStatusToTxSyncer::ZekTxMstStatusSm* TxStatusToTxSyncer::zekTxMstStatusSm(const Zek::Name& name) const {
+  return zekTxMstStatusSm_.find(name);
+}
+
+std::size_t TxStatusToTxSyncer::zekTxMstStatusSmCount() const { return zekTxMstStatusSm_.size(); }
+
+Zek::Ptr<TxStatus const> TxStatusToTxSyncer::sourceDel() { return source_.del(); }
+
+// =========================================================================================================
+// ZekSource
+
+void TxStatusToTxSyncer::ZekSource::onAttribute(Zek::AttributeId id, const void* key) {
+  switch (id) {
+    case TxStatus::idHeartbeatTimeout: {
+      // No trace, no comparison and no zombie gate: the value follows the source as long as the reactor
+      // is bound and owned.
+      const TxStatus* src = watched();
+      TxStatusToTxSyncer* o = owner();
+      if (src && o && o->dest_) o->dest_->heartbeatTimeoutIs(src->heartbeatTimeout());
+      return;
+    }
+    case TxStatus::idTxMstStatus: {
+      if (!key) return;
+      // A copy of the key: the handler may remove the member the notification's key lives in.
+      const Zek::Name name = *static_cast<const Zek::Name*>(key);
+      if (!zekMarkedForDeletion() && owner()) owner()->handleTxMstStatus(name);
+      // The handler may have made the owner drop this reactor (sourceDel() from an observer of the
+      // destination); the dispatcher's reference keeps it alive and owner() tells whether it is owned.
+      const TxStatus* src = watched();
+      TxStatusToTxSyncer* o = owner();
+      if (!src || !o) return;
+      o->zekTxMstStatusSm_.mirror(name, src->txMstStatus(name), o, syncerType, "txMstStatus");
+      return;
+    }
+    default:
+      return;
+  }
+}
+
+// =========================================================================================================
+// ZekTxMstStatusSm
+
+TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstStatusSm(const Zek::Ptr<TxMstStatus const>& group,
+                                                       TxStatusToTxSyncer* owner)
+    : Reactor(group, owner), name_(group->name()) {
+  mirrorPorts(*group);
+  handleInitialized();
+}
+
+TxStatusToTxSyncer::ZekTxMstStatusSm::~ZekTxMstStatusSm() {
+  zekDoZombieReactors(true);
+  zekTxMstPortStatus_.release();
+  dest_ = nullptr;
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::passNotificationActive(bool active) {
+  zekTxMstPortStatus_.hasNotificationActiveIs(active);
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::passZombie(bool zombie) { zekTxMstPortStatus_.zekDoZombieReactors(zombie); }
+
+std::string TxStatusToTxSyncer::ZekTxMstStatusSm::keyInfo() const {
+  std::string s;
+  s.reserve(name_.size() + 2);
+  s.append("[").append(name_.view()).append("]");
+  return s;
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::mirrorPorts(const TxMstStatus& group) {
+  for (const auto& [intf, port] : group.txMstPortStatus()) txMstPortStatusIs(port);
+  zekTxMstPortStatus_.forEach([&](const IntfId& intf, ZekTxMstPortStatusSm&) {
+    if (!group.txMstPortStatus(intf)) txMstPortStatusDel(intf);
+  });
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::handleInitialized() {
+  ZEK_BINARY_TRACE();
+  STP_TX_SYNCER_TRACE(8, groupLabel, keyInfo(), "handleInitialized", "");
+  if (TxStatusToTxSyncer* o = owner(); o && o->dest()) {
+    Zek::Ptr<TxMstStatus> dg = o->dest()->txMstStatusIs(name_);
+    if (dg != dest_) dest_ = std::move(dg);
+  }
+  // Each port's own full copy runs before this level's handler creates its destination port.
+  zekTxMstPortStatus_.forEach([this](const IntfId& intf, ZekTxMstPortStatusSm& sm) {
+    sm.handleInitialized();
+    handleTxMstPortStatus(intf);
+  });
+  if (Zek::Ptr<TxMstStatus> dg = dest_) {
+    Zek::Ptr<TxMstStatus const> src = watchedPtr();
+    const std::size_t sourceCount = src ? src->txMstPortStatus().size() : 0;
+    if (dg->txMstPortStatus().size() != sourceCount) {
+      for (const auto& [intf, port] : dg->txMstPortStatus()) handleTxMstPortStatus(intf);
+    }
+  }
+  initializedIs(true);
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::handleTxMstPortStatus(IntfId intf) {
+  ZEK_BINARY_TRACE();
+  Zek::Ptr<TxMstStatus> dg = dest_;
+  if (!dg) return;
+  const TxMstStatus* src = watched();
+  if (src && src->txMstPortStatus(intf)) {
+    STP_TX_SYNCER_TRACE(8, groupLabel, keyInfo(), "handleTxMstPortStatus", "setting txMstPortStatus for " << intf);
+    dg->txMstPortStatusIs(intf);
+  } else {
+    STP_TX_SYNCER_TRACE(8, groupLabel, keyInfo(), "handleTxMstPortStatus", "deleting txMstPortStatus for " << intf);
+    dg->txMstPortStatusDel(intf);
+  }
+}
+
+Zek::Ptr<TxMstPortStatus const> TxStatusToTxSyncer::ZekTxMstStatusSm::txMstPortStatusDel(IntfId intf) {
+  return zekTxMstPortStatus_.del(intf);
+}
+
+Zek::Ptr<PortSm> TxStatusToTxSyncer::ZekTxMstStatusSm::txMstPortStatusIs(const Zek::Ptr<TxMstPortStatus const>& port) {
+  return zekTxMstPortStatus_.is(port, this, groupSmType, "txMstPortStatus");
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::txMstPortStatusDelAll() { zekTxMstPortStatus_.delAll(); }
+
+PortSm* TxStatusToTxSyncer::ZekTxMstStatusSm::zekTxMstPortStatus(const IntfId& intf) const {
+  return zekTxMstPortStatus_.find(intf);
+}
+
+std::size_t TxStatusToTxSyncer::ZekTxMstStatusSm::zekTxMstPortStatusCount() const { return zekTxMstPortStatus_.size(); }
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::onAttribute(Zek::AttributeId id, const void* key) {
+  if (id != TxMstStatus::idTxMstPortStatus || !key) return;
+  const IntfId intf = *static_cast<const IntfId*>(key);
+  if (!zekMarkedForDeletion()) handleTxMstPortStatus(intf);
+  const TxMstStatus* src = watched();
+  if (!src || !owner()) return;
+  zekTxMstPortStatus_.mirror(intf, src->txMstPortStatus(intf), this, groupSmType, "txMstPortStatus");
+}
+
+void TxStatusToTxSyncer::ZekTxMstStatusSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  if (p == notifier()) return;
+  bind(Zek::ptr_cast<TxMstStatus const>(p));
+  // The port reactors watch ports of the old group: move them to the new group's ports, then copy.
+  if (const TxMstStatus* group = watched()) mirrorPorts(*group);
+  if (owner()) handleInitialized();
+}
+
+// =========================================================================================================
+// ZekTxMstPortStatusSm
+
+PortSm::ZekTxMstPortStatusSm(const Zek::Ptr<TxMstPortStatus const>& port, ZekTxMstStatusSm* owner)
+    : Reactor(port, owner), intf_(port->intfId()), parentId_(owner->name() + "|" + intf_.shortName()) {
+  // No destination port is known yet, so there are no counters to mirror on binding.
+  handleInitialized();
+}
+
+PortSm::~ZekTxMstPortStatusSm() {
+  zekDoZombieReactors(true);
+  txInfoSyncer_.release();
+  dest_ = nullptr;
+}
+
+void PortSm::passNotificationActive(bool active) { txInfoSyncer_.hasNotificationActiveIs(active); }
+
+void PortSm::passZombie(bool zombie) { txInfoSyncer_.zekDoZombieReactors(zombie); }
+
+std::string PortSm::keyInfo() const {
+  std::string s;
+  s.reserve(parentId_.size() + 2);
+  s.append("[").append(parentId_.view()).append("]");
+  return s;
+}
+
+void PortSm::handleInitialized() {
+  ZEK_BINARY_TRACE();
+  STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleInitialized", "");
+  ZekTxMstStatusSm* o = owner();
+  Zek::Ptr<TxMstStatus> dg = o ? o->dest() : Zek::Ptr<TxMstStatus>();
+  if (dg) {
+    Zek::Ptr<TxMstPortStatus> dp = dg->txMstPortStatus(intf_);
+    if (dp != dest_) {
+      // The record syncers write into records of the previous destination port.
+      txInfoSyncerDelAll();
+      dest_ = dp;
+    }
+    if (dp) {
+      Zek::Ptr<TxMstPortStatus const> src = watchedPtr();
+      if (src) {
+        for (const auto& [vlan, record] : src->txInfo()) handleTxInfo(vlan);
+      }
+      const std::size_t sourceInfoCount = src ? src->txInfo().size() : 0;
+      if (dp->txInfo().size() != sourceInfoCount) {
+        for (const auto& [vlan, record] : dp->txInfo()) handleTxInfo(vlan);
+      }
+      if (src) {
+        for (const auto& [vlan, value] : src->txUpdate()) handleTxUpdate(vlan);
+      }
+      const std::size_t sourceUpdateCount = src ? src->txUpdate().size() : 0;
+      if (dp->txUpdate().size() != sourceUpdateCount) {
+        for (const auto& [vlan, value] : dp->txUpdate()) handleTxUpdate(vlan);
+      }
+      dp->txHelloWhenOnIs(src ? src->txHelloWhenOn() : Stp::TimerVal());
+      dp->txNewInfoIs(src ? src->txNewInfo() : 0u);
+    }
+  }
+  initializedIs(true);
+}
+
+void PortSm::handleTxInfo(VlanIdOrNone vlan) {
+  ZEK_BINARY_TRACE();
+  Zek::Ptr<TxMstPortStatus> dp = dest_;
+  if (!dp) return;
+  const TxMstPortStatus* src = watched();
+  Zek::Ptr<IntxInfo const> record = src ? src->txInfo(vlan) : Zek::Ptr<IntxInfo const>();
+  if (record) {
+    STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleTxInfo", "setting vlan=" << vlan);
+    Zek::Ptr<IntxInfo> dstRecord = dp->txInfoIs(vlan);
+    txInfoSyncerIs(record, dstRecord, vlan, parentId_);
+  } else {
+    STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleTxInfo", "deleting vlan=" << vlan);
+    dp->txInfoDel(vlan);
+    txInfoSyncerDel(vlan);
+  }
+}
+
+void PortSm::mirrorTxUpdate(TxMstPortStatus& dst, VlanIdOrNone vlan) {
+  const TxMstPortStatus* src = watched();
+  const std::uint32_t value = src ? src->txUpdate(vlan).value_or(0u) : 0u;
+  if (value != 0) {
+    dst.txUpdateIs(vlan, value);
+  } else {
+    dst.txUpdateDel(vlan);
+  }
+}
+
+void PortSm::handleTxUpdate(VlanIdOrNone vlan) {
+  ZEK_BINARY_TRACE();
+  Zek::Ptr<TxMstPortStatus> dp = dest_;
+  if (!dp) return;
+  const TxMstPortStatus* src = watched();
+  const std::uint32_t value = src ? src->txUpdate(vlan).value_or(0u) : 0u;
+  // A counter of 0 is treated as absent: it is removed from the destination, never copied.
+  if (value != 0) {
+    STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleTxUpdate", "setting vlan=" << vlan);
+    dp->txUpdateIs(vlan, value);
+  } else {
+    STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleTxUpdate", "deleting vlan=" << vlan);
+    dp->txUpdateDel(vlan);
+  }
+}
+
+void PortSm::zek_handleTxMstPortStatus_txNewInfo() {
+  ZEK_BINARY_TRACE();
+  if (!dest_) return;
+  const TxMstPortStatus* src = watched();
+  dest_->txNewInfoIs(src ? src->txNewInfo() : 0u);
+}
+
+void PortSm::zek_handleTxMstPortStatus_txHelloWhenOn() {
+  ZEK_BINARY_TRACE();
+  if (!dest_) return;
+  const TxMstPortStatus* src = watched();
+  dest_->txHelloWhenOnIs(src ? src->txHelloWhenOn() : Stp::TimerVal());
+}
+
+Zek::Ptr<IntxInfoSyncer> PortSm::txInfoSyncerIs(const Zek::Ptr<IntxInfo const>& source, const Zek::Ptr<IntxInfo>& dest,
+                                                VlanIdOrNone vlan, Zek::String name) {
+  return txInfoSyncer_.instantiate(
+      vlan,
+      [&](const IntxInfoSyncer& existing) {
+        if (existing.source() != source) {
+          Zek::throwMutatorReinstantiating(portSmType, "txInfoSyncer.source", recordText(existing.source().get()),
+                                           recordText(source.get()));
+        }
+        if (existing.dest() != dest) {
+          Zek::throwMutatorReinstantiating(portSmType, "txInfoSyncer.dest", recordText(existing.dest().get()),
+                                           recordText(dest.get()));
+        }
+        if (!(existing.parentId() == name)) {
+          Zek::throwMutatorReinstantiating(portSmType, "txInfoSyncer.parentId", existing.parentId().view(),
+                                           name.view());
+        }
+      },
+      [&] { return IntxInfoSyncer::IntxInfoSyncerIs(source, dest, vlan, std::move(name)); });
+}
+
+Zek::Ptr<IntxInfoSyncer> PortSm::txInfoSyncerDel(VlanIdOrNone vlan) { return txInfoSyncer_.take(vlan); }
+
+void PortSm::txInfoSyncerDelAll() { txInfoSyncer_.release(); }
+
+void PortSm::onAttribute(Zek::AttributeId id, const void* key) {
+  switch (id) {
+    case TxMstPortStatus::idTxNewInfo:
+      if (!zekMarkedForDeletion()) zek_handleTxMstPortStatus_txNewInfo();
+      return;
+    case TxMstPortStatus::idTxHelloWhenOn:
+      if (!zekMarkedForDeletion()) zek_handleTxMstPortStatus_txHelloWhenOn();
+      return;
+    case TxMstPortStatus::idTxInfo:
+      if (key && !zekMarkedForDeletion()) handleTxInfo(*static_cast<const VlanIdOrNone*>(key));
+      return;
+    case TxMstPortStatus::idTxUpdate: {
+      if (!key) return;
+      const VlanIdOrNone vlan = *static_cast<const VlanIdOrNone*>(key);
+      // The silent mirror runs whatever the deletion mark; the handler then writes the same value again,
+      // with its trace.
+      if (Zek::Ptr<TxMstPortStatus> dp = dest_; dp && watched()) mirrorTxUpdate(*dp, vlan);
+      if (!zekMarkedForDeletion()) handleTxUpdate(vlan);
+      return;
+    }
+    default:
+      return;
+  }
+}
+
+void PortSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  if (p == notifier()) return;
+  bind(Zek::ptr_cast<TxMstPortStatus const>(p));
+  if (Zek::Ptr<TxMstPortStatus> dp = dest_) {
+    const TxMstPortStatus* src = watched();
+    if (src) {
+      for (const auto& [vlan, value] : src->txUpdate()) {
+        if (value != 0) dp->txUpdateIs(vlan, value);
+      }
+    }
+    for (const auto& [vlan, value] : dp->txUpdate()) {
+      if (!src || src->txUpdate(vlan).value_or(0u) == 0) dp->txUpdateDel(vlan);
+    }
+  }
+  if (owner()) {
+    // The record syncers watch records of the old port; rebuild them from the new one.
+    txInfoSyncerDelAll();
+    handleInitialized();
+  }
+}
+
+}  // namespace StpTxRx
