@@ -188,8 +188,10 @@ class ChildSet {
   /// naming `type` and `attribute`. An existing child that watches another object is re-pointed (its
   /// notifierIs override) rather than rebuilt; a new one is built from (member, owner) (its constructor
   /// runs its own full copy), switched on and inserted. Either way it then gets the owner's zombie state.
-  template <class OwnerT>
-  Ptr<Child> is(const Ptr<typename Child::NotifierType const>& member, OwnerT* owner, std::string_view type,
+  // (`C` defers the use of Child::NotifierType to the call, so that child syncers without a notifier can
+  // use the rest of the collection.)
+  template <class OwnerT, class C = Child>
+  Ptr<Child> is(const Ptr<typename C::NotifierType const>& member, OwnerT* owner, std::string_view type,
                 std::string_view attribute) {
     if (!member) throwMutatorArgNullPointerException(type, attribute);
     const Key key = Child::keyOf(*member);
@@ -207,7 +209,8 @@ class ChildSet {
 
   /// Deletes a reactor child: out of the collection, made a zombie while its back pointer is still set,
   /// back pointer cleared, notifications off, released. Returns the member it watched (null when absent).
-  Ptr<typename Child::NotifierType const> del(const Key& key) {
+  template <class C = Child>
+  Ptr<typename C::NotifierType const> del(const Key& key) {
     Ptr<Child> child = take(key);
     if (!child) return {};
     child->zekDoZombieReactors(true);
@@ -222,8 +225,8 @@ class ChildSet {
   }
 
   /// The incremental step after a handler ran for `key`: a child for the source member, or none.
-  template <class OwnerT>
-  void mirror(const Key& key, const Ptr<typename Child::NotifierType const>& member, OwnerT* owner,
+  template <class OwnerT, class C = Child>
+  void mirror(const Key& key, const Ptr<typename C::NotifierType const>& member, OwnerT* owner,
               std::string_view type, std::string_view attribute) {
     if (member) {
       is(member, owner, type, attribute);
