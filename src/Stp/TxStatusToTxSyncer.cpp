@@ -58,10 +58,9 @@ TxStatusToTxSyncer::TxStatusToTxSyncer(const Zek::Ptr<TxStatus const>& source, c
   // The mirrored scalar first, once, before any member: the image of an absent source is 0.0.
   if (dest_) dest_->heartbeatTimeoutIs(source ? source->heartbeatTimeout() : 0.0);
   if (source) {
-    for (const auto& [name, group] : source->txMstStatus()) txMstStatusIs(group);
-    zekTxMstStatusSm_.forEach([&](const Zek::Name& name, ZekTxMstStatusSm&) {
-      if (!source->txMstStatus(name)) txMstStatusDel(name);
-    });
+    zekTxMstStatusSm_.mirrorAll(
+        source->txMstStatus(), [&](const Zek::Name& name) { return source->txMstStatus(name) != nullptr; }, this,
+        syncerType, "txMstStatus");
   }
   handleInitialized();
 }
@@ -196,10 +195,9 @@ std::string TxStatusToTxSyncer::ZekTxMstStatusSm::keyInfo() const {
 }
 
 void TxStatusToTxSyncer::ZekTxMstStatusSm::mirrorPorts(const TxMstStatus& group) {
-  for (const auto& [intf, port] : group.txMstPortStatus()) txMstPortStatusIs(port);
-  zekTxMstPortStatus_.forEach([&](const IntfId& intf, ZekTxMstPortStatusSm&) {
-    if (!group.txMstPortStatus(intf)) txMstPortStatusDel(intf);
-  });
+  zekTxMstPortStatus_.mirrorAll(
+      group.txMstPortStatus(), [&](const IntfId& intf) { return group.txMstPortStatus(intf) != nullptr; }, this,
+      groupSmType, "txMstPortStatus");
 }
 
 void TxStatusToTxSyncer::ZekTxMstStatusSm::handleInitialized() {
