@@ -24,20 +24,35 @@ Ring& ring() {
   return *r;
 }
 
-// "void StpTxRx::IntxInfoSyncer::handleMstiN(Stp::BridgeSystemId)" -> "StpTxRx::IntxInfoSyncer::handleMstiN"
+// True when pretty[i] ('<', '>', '(' or ')') belongs to an operator's name ("operator<", "operator->",
+// "operator<=>", "operator()") rather than to template arguments or parameters.
+bool inOperatorName(std::string_view pretty, std::size_t i) {
+  std::size_t j = i;
+  while (j > 0 && std::string_view("<>=-!()").find(pretty[j - 1]) != std::string_view::npos && i - j < 3) --j;
+  if (j < 8 || pretty.substr(j - 8, 8) != "operator") return false;
+  // "operator()" names a call operator; a '(' after it opens the parameters.
+  std::string_view symbol = pretty.substr(j, i - j + 1);
+  if (pretty[i] == '(' || pretty[i] == ')') return symbol == "(" || symbol == "()";
+  return symbol.find('(') == std::string_view::npos;
+}
+
+// "void StpTxRx::IntxInfoSyncer::handleMstiN(Stp::BridgeSystemId)" -> "StpTxRx::IntxInfoSyncer::handleMstiN".
+// Template arguments stay ("Ns::Box<T>::put"); the return type, parameters and qualifiers go. Both
+// spellings of the anonymous namespace ("{anonymous}", "(anonymous namespace)") are kept whole.
 std::string qualifiedName(std::string_view pretty) {
+  static constexpr std::string_view anonymous = "(anonymous namespace)";
   int depth = 0;
   std::size_t open = std::string_view::npos;
   for (std::size_t i = 0; i < pretty.size(); ++i) {
     char c = pretty[i];
+    if (pretty.substr(i, anonymous.size()) == anonymous) {
+      i += anonymous.size() - 1;
+      continue;
+    }
+    if ((c == '<' || c == '>' || c == '(') && inOperatorName(pretty, i)) continue;
     if (c == '<') ++depth;
     if (c == '>') --depth;
     if (c == '(' && depth == 0) {
-      // "operator()" names a call operator, not the start of the parameters.
-      if (i >= 8 && pretty.substr(i - 8, 8) == "operator" && i + 1 < pretty.size() && pretty[i + 1] == ')') {
-        ++i;
-        continue;
-      }
       open = i;
       break;
     }
@@ -47,13 +62,16 @@ std::string qualifiedName(std::string_view pretty) {
   std::size_t start = 0;
   for (std::size_t i = head.size(); i-- > 0;) {
     char c = head[i];
-    if (c == '>') ++depth;
-    if (c == '<') --depth;
+    if ((c == '>' || c == '<' || c == '(' || c == ')') && inOperatorName(head, i)) continue;
+    if (c == '>' || c == ')') ++depth;
+    if (c == '<' || c == '(') --depth;
     if (c == ' ' && depth == 0) {
       start = i + 1;
       break;
     }
   }
+  // Some compilers attach the return type's '&' or '*' to the name ("W &W::operator<<(int)").
+  while (start < head.size() && (head[start] == '&' || head[start] == '*')) ++start;
   return std::string(head.substr(start));
 }
 
