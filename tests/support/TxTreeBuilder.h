@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -94,89 +95,116 @@ struct MirrorExceptions {
   /// Ports present when their group was first copied, whose destination port exists but has not been
   /// filled by a full copy since: the destination port must be completely empty.
   std::set<PortKey> uncopiedPorts;
-  /// Per port, `txUpdate` VLANs that the destination may hold although the source has no non-zero
-  /// counter for them (left by a full copy onto a destination that already held them, where the
-  /// source's zero counters made the counter counts equal).
+  /// Per port, `txUpdate` VLANs that the destination keeps although the source has no counter for them:
+  /// left by a full copy onto a destination port that already held them, when the source's zero
+  /// counters made the two counter counts equal. The destination must hold exactly these besides the
+  /// source's non-zero counters.
   std::map<PortKey, std::set<std::uint16_t>> staleTxUpdate;
 };
 
 /// Every difference between `dst` and the image of `src` under the syncer, one line each ("" when none).
+/// Each collection is walked on the source side; the destination side is walked only when its size shows
+/// members that the source walk did not meet.
 inline std::string mirrorDiff(const TxStatus& src, const TxStatus& dst, const MirrorExceptions& ex = {}) {
-  std::ostringstream out;
+  std::optional<std::ostringstream> text;  // built at the first difference
+  const auto out = [&]() -> std::ostream& {
+    if (!text) text.emplace();
+    return *text;
+  };
   if (!(src.heartbeatTimeout() == dst.heartbeatTimeout())) {
-    out << "heartbeatTimeout " << dst.heartbeatTimeout() << ", source " << src.heartbeatTimeout() << "\n";
+    out() << "heartbeatTimeout " << dst.heartbeatTimeout() << ", source " << src.heartbeatTimeout() << "\n";
   }
-  if (src.txMstStatus().size() != dst.txMstStatus().size()) {
-    out << "group count " << dst.txMstStatus().size() << ", source " << src.txMstStatus().size() << "\n";
-  }
-  for (const auto& [name, dg] : dst.txMstStatus()) {
-    if (!src.txMstStatus(name)) out << "extra group " << name << "\n";
-  }
+  const bool anyException = !ex.uncopiedPorts.empty() || !ex.staleTxUpdate.empty();
+  std::size_t groupsMet = 0;
   for (const auto& [name, sg] : src.txMstStatus()) {
     Zek::Ptr<TxMstStatus const> dg = dst.txMstStatus(name);
     if (!dg) {
-      out << "missing group " << name << "\n";
+      out() << "missing group " << name << "\n";
       continue;
     }
-    for (const auto& [intf, dp] : dg->txMstPortStatus()) {
-      if (!sg->txMstPortStatus(intf)) out << name << ": extra port " << intf << "\n";
-    }
+    ++groupsMet;
+    std::size_t portsMet = 0;
     for (const auto& [intf, sp] : sg->txMstPortStatus()) {
-      const std::string at = name.str() + "|" + intf.name().str();
+      // Streams "group|interface" in front of a difference.
+      const auto at = [&, &intf = intf]() -> std::ostream& { return out() << name << "|" << intf; };
       Zek::Ptr<TxMstPortStatus const> dp = dg->txMstPortStatus(intf);
       if (!dp) {
-        out << at << ": missing port\n";
+        at() << ": missing port\n";
         continue;
       }
-      const PortKey key(name.str(), intf.name().str());
-      if (ex.uncopiedPorts.count(key)) {
+      ++portsMet;
+      const PortKey key = anyException ? PortKey(name.str(), intf.name().str()) : PortKey();
+      if (anyException && ex.uncopiedPorts.count(key)) {
         if (dp->txInfo().size() || dp->txUpdate().size() || dp->txNewInfo() != 0 ||
             !(dp->txHelloWhenOn() == TimerVal())) {
-          out << at << ": uncopied port is not empty\n";
+          at() << ": uncopied port is not empty\n";
         }
         continue;
       }
-      if (dp->txNewInfo() != sp->txNewInfo())
-        out << at << ": txNewInfo " << dp->txNewInfo() << ", source " << sp->txNewInfo() << "\n";
+      if (dp->txNewInfo() != sp->txNewInfo()) {
+        at() << ": txNewInfo " << dp->txNewInfo() << ", source " << sp->txNewInfo() << "\n";
+      }
       if (!(dp->txHelloWhenOn() == sp->txHelloWhenOn())) {
-        out << at << ": txHelloWhenOn " << dp->txHelloWhenOn() << ", source " << sp->txHelloWhenOn() << "\n";
+        at() << ": txHelloWhenOn " << dp->txHelloWhenOn() << ", source " << sp->txHelloWhenOn() << "\n";
       }
       // Counters: the source's non-zero ones exactly, plus the allowed stale ones.
-      const auto staleIt = ex.staleTxUpdate.find(key);
+      std::size_t countersMet = 0;
       for (const auto& [vlan, value] : sp->txUpdate()) {
         const auto d = dp->txUpdate(vlan);
-        if (value == 0 && d) out << at << ": txUpdate vlan=" << vlan << " is " << *d << ", source 0 (absent)\n";
+        if (d) ++countersMet;
+        if (value == 0 && d) at() << ": txUpdate vlan=" << vlan << " is " << *d << ", source 0 (absent)\n";
         if (value != 0 && d != value) {
-          out << at << ": txUpdate vlan=" << vlan << " is " << (d ? std::to_string(*d) : "absent") << ", source "
-              << value << "\n";
+          at() << ": txUpdate vlan=" << vlan << " is " << (d ? std::to_string(*d) : "absent") << ", source " << value
+               << "\n";
         }
       }
-      for (const auto& [vlan, value] : dp->txUpdate()) {
-        const bool stale = staleIt != ex.staleTxUpdate.end() && staleIt->second.count(vlan.value());
-        if (!sp->txUpdate(vlan) && !stale) out << at << ": extra txUpdate vlan=" << vlan << "\n";
+      const auto staleIt = anyException ? ex.staleTxUpdate.find(key) : ex.staleTxUpdate.end();
+      if (staleIt != ex.staleTxUpdate.end()) {
+        for (std::uint16_t vlan : staleIt->second) {
+          if (!dp->txUpdate(vlan)) at() << ": stale txUpdate vlan=" << vlan << " is gone\n";
+        }
+      }
+      if (dp->txUpdate().size() != countersMet) {
+        for (const auto& [vlan, value] : dp->txUpdate()) {
+          const bool stale = staleIt != ex.staleTxUpdate.end() && staleIt->second.count(vlan.value());
+          if (!sp->txUpdate(vlan) && !stale) at() << ": extra txUpdate vlan=" << vlan << "\n";
+        }
       }
       // Records.
-      if (sp->txInfo().size() != dp->txInfo().size()) {
-        out << at << ": record count " << dp->txInfo().size() << ", source " << sp->txInfo().size() << "\n";
-      }
-      for (const auto& [vlan, dr] : dp->txInfo()) {
-        if (!sp->txInfo(vlan)) out << at << ": extra record vlan=" << vlan << "\n";
-      }
+      std::size_t recordsMet = 0;
       for (const auto& [vlan, sr] : sp->txInfo()) {
         Zek::Ptr<IntxInfo const> dr = dp->txInfo(vlan);
         if (!dr) {
-          out << at << ": missing record vlan=" << vlan << "\n";
-        } else if (!sr->sameContent(*dr)) {
-          out << at << ": record vlan=" << vlan << " differs:\n  dest   " << *dr << "\n  source " << *sr << "\n";
+          at() << ": missing record vlan=" << vlan << "\n";
+          continue;
+        }
+        ++recordsMet;
+        if (!sr->sameContent(*dr)) {
+          at() << ": record vlan=" << vlan << " differs:\n  dest   " << *dr << "\n  source " << *sr << "\n";
           for (const auto& [k, se] : sr->mstiN()) {
             Zek::Ptr<IntxMstiInfo const> de = dr->mstiN(k);
-            if (de && !se->sameValues(*de)) out << "  entry " << k << ": dest " << *de << " source " << *se << "\n";
+            if (de && !se->sameValues(*de)) out() << "  entry " << k << ": dest " << *de << " source " << *se << "\n";
           }
         }
       }
+      if (dp->txInfo().size() != recordsMet) {
+        for (const auto& [vlan, dr] : dp->txInfo()) {
+          if (!sp->txInfo(vlan)) at() << ": extra record vlan=" << vlan << "\n";
+        }
+      }
+    }
+    if (dg->txMstPortStatus().size() != portsMet) {
+      for (const auto& [intf, dp] : dg->txMstPortStatus()) {
+        if (!sg->txMstPortStatus(intf)) out() << name << ": extra port " << intf << "\n";
+      }
     }
   }
-  return out.str();
+  if (dst.txMstStatus().size() != groupsMet) {
+    for (const auto& [name, dg] : dst.txMstStatus()) {
+      if (!src.txMstStatus(name)) out() << "extra group " << name << "\n";
+    }
+  }
+  return text ? text->str() : std::string();
 }
 
 }  // namespace StpTxRx::test

@@ -1,0 +1,465 @@
+// Seeded random operations on a source TxStatus, with the destination of a syncer (and of a second syncer
+// attached, detached and re-attached along the way) compared with the source's image after every step.
+//
+// The comparison (test::mirrorDiff) states where a destination may differ from its source:
+//   - a zero txUpdate counter is absent in the destination (always);
+//   - a port that its group already held when the syncer first saw the group has a destination port that
+//     stays empty until the next full copy (MirrorExceptions::uncopiedPorts);
+//   - a full copy onto a destination port that already held counters keeps those the source lacks when the
+//     source's zero counters make the two counter counts equal (MirrorExceptions::staleTxUpdate).
+// The model below tracks exactly when each exception arises and ends.
+//
+// STPTXRX_RANDOM_SEED=<n> runs one seed, STPTXRX_RANDOM_OPS=<n> sets the number of operations per seed.
+#include <gtest/gtest.h>
+#include <stptxrx/Stp/StpTxStatusSyncer.h>
+#include <stptxrx/runtime/Entity.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support/LiveCounts.h"
+#include "support/RecordingReactor.h"
+#include "support/TxTreeBuilder.h"
+
+namespace StpTxRx {
+namespace {
+
+using test::mirrorDiff;
+using test::MirrorExceptions;
+using test::PortKey;
+using Zek::test::LiveCounts;
+using Zek::test::RecordingReactor;
+
+constexpr const char* groupNames[] = {"g0", "g1", "g2"};
+constexpr const char* intfNames[] = {"Ethernet1", "Ethernet2", "Ethernet3/1", "PortChannel7"};
+constexpr std::uint16_t vlans[] = {0, 1, 2, 4094};
+constexpr std::uint16_t instanceKeys[] = {0, 1, 5, 64};
+
+/// One syncer and the destination it writes, with the exceptions its destination currently has.
+struct Mirror {
+  Zek::Ptr<TxStatus> dst = TxStatus::TxStatusIs();
+  TxStatusToTxSyncer::Ptr syncer;
+  MirrorExceptions ex;
+};
+
+class RandomRun {
+ public:
+  RandomRun(std::uint32_t seed, std::uint64_t operations) : seed_(seed), operations_(operations), rng_(seed) {}
+
+  void run() {
+    // A writer ahead of the syncers: when asked, it fills a new group as soon as it appears, so that the
+    // syncers first see the group with ports in it.
+    filler_ = RecordingReactor::RecordingReactorIs(src_);
+    filler_->actionIs([this](Zek::AttributeId id, const void* key) { fill(id, key); });
+    main_.syncer = txStatusToTxSyncerFactory(src_, main_.dst);
+    check("construction");
+    for (step_ = 0; step_ < operations_ && !::testing::Test::HasFailure(); ++step_) {
+      const std::string what = operate();
+      for (const Mirror* m : {&main_, &late_}) {
+        uncopiedSeen_ |= m->syncer && !m->ex.uncopiedPorts.empty();
+        staleSeen_ |= m->syncer && !m->ex.staleTxUpdate.empty();
+      }
+      filler_->clear();
+      check(what);
+    }
+    if (operations_ >= 20000) {
+      // Both exceptions must have come up, or the operation weights no longer reach them.
+      EXPECT_TRUE(uncopiedSeen_) << "seed " << seed_ << ": no port was ever present at its group's first copy";
+      EXPECT_TRUE(staleSeen_) << "seed " << seed_ << ": no full copy ever left a stale counter";
+    }
+    Zek::notifyEqualWrites_ = false;
+    main_.syncer = nullptr;
+    late_.syncer = nullptr;
+    filler_ = nullptr;
+  }
+
+ private:
+  std::uint32_t below(std::uint32_t n) { return std::uniform_int_distribution<std::uint32_t>(0, n - 1)(rng_); }
+  bool chance(std::uint32_t percent) { return below(100) < percent; }
+  template <class T, std::size_t N>
+  const T& any(const T (&pool)[N]) {
+    return pool[below(N)];
+  }
+
+  /// The k-th key of a collection view, k random; nothing when it is empty.
+  template <class View>
+  std::optional<typename View::key_type> pick(const View& view) {
+    if (view.size() == 0) return std::nullopt;
+    std::uint32_t k = below(static_cast<std::uint32_t>(view.size()));
+    for (const auto& [key, member] : view) {
+      if (k-- == 0) return key;
+    }
+    return std::nullopt;
+  }
+
+  Zek::Ptr<TxMstStatus> anyGroup() {
+    auto name = pick(src_->txMstStatus());
+    return name ? src_->txMstStatus(*name) : nullptr;
+  }
+  Zek::Ptr<TxMstPortStatus> anyPort(Zek::Ptr<TxMstStatus>* groupOut = nullptr) {
+    Zek::Ptr<TxMstStatus> g = anyGroup();
+    if (groupOut) *groupOut = g;
+    if (!g) return nullptr;
+    auto intf = pick(g->txMstPortStatus());
+    return intf ? g->txMstPortStatus(*intf) : nullptr;
+  }
+  Zek::Ptr<IntxInfo> anyRecord() {
+    Zek::Ptr<TxMstPortStatus> p = anyPort();
+    if (!p) return nullptr;
+    auto vlan = pick(p->txInfo());
+    return vlan ? p->txInfo(*vlan) : nullptr;
+  }
+  Zek::Ptr<IntxMstiInfo> anyEntry() {
+    Zek::Ptr<IntxInfo> r = anyRecord();
+    if (!r) return nullptr;
+    auto key = pick(r->mstiN());
+    return key ? r->mstiN(*key) : nullptr;
+  }
+  std::uint8_t small() { return static_cast<std::uint8_t>(below(3)); }
+
+  void fill(Zek::AttributeId id, const void* key) {
+    if (!fillNext_ || id != TxStatus::idTxMstStatus || !key) return;
+    Zek::Ptr<TxMstStatus> g = src_->txMstStatus(*static_cast<const Zek::Name*>(key));
+    if (!g) return;
+    fillNext_ = false;
+    for (std::uint32_t n = 1 + below(2); n > 0; --n) {
+      Zek::Ptr<TxMstPortStatus> p = g->txMstPortStatusIs(IntfId(any(intfNames)));
+      p->txNewInfoIs(below(4));
+      p->txUpdateIs(any(vlans), below(3));
+      Zek::Ptr<IntxInfo> r = p->txInfoIs(any(vlans));
+      test::fillRecord(*r, below(5));
+      test::fillEntry(*r->mstiNIs(any(instanceKeys)), below(5));
+    }
+  }
+
+  /// Exceptions after a full copy of `m` (optionally of one group only) that is about to run on the
+  /// current source and destination: no port stays uncopied; a destination port keeps the counters the
+  /// source lacks exactly when their number equals the number of the source's zero counters.
+  void fullCopyAhead(Mirror& m, const Zek::Name* onlyGroup = nullptr) {
+    for (const auto& [name, sg] : src_->txMstStatus()) {
+      if (onlyGroup && !(name == *onlyGroup)) continue;
+      Zek::Ptr<TxMstStatus const> dg = m.dst->txMstStatus(name);
+      for (const auto& [intf, sp] : sg->txMstPortStatus()) {
+        const PortKey key(name.str(), intf.name().str());
+        m.ex.uncopiedPorts.erase(key);
+        m.ex.staleTxUpdate.erase(key);
+        Zek::Ptr<TxMstPortStatus const> dp = dg ? dg->txMstPortStatus(intf) : nullptr;
+        if (!dp) continue;
+        std::set<std::uint16_t> extra;
+        for (const auto& [vlan, value] : dp->txUpdate()) {
+          if (!sp->txUpdate(vlan)) extra.insert(vlan.value());
+        }
+        std::size_t zeros = 0;
+        for (const auto& [vlan, value] : sp->txUpdate()) zeros += value == 0;
+        if (!extra.empty() && extra.size() == zeros) m.ex.staleTxUpdate[key] = extra;
+      }
+    }
+    if (!onlyGroup) {
+      m.ex.uncopiedPorts.clear();
+      // Exceptions of ports that the full copy deletes go with them.
+      std::erase_if(m.ex.staleTxUpdate, [&](const auto& e) {
+        Zek::Ptr<TxMstStatus const> g = src_->txMstStatus(Zek::Name(e.first.first));
+        return !g || !g->txMstPortStatus(IntfId(Zek::String(e.first.second)));
+      });
+    }
+  }
+
+  /// Drops the exceptions of ports that left the source.
+  void forgetRemovedPorts() {
+    for (Mirror* m : {&main_, &late_}) {
+      auto gone = [&](const PortKey& k) {
+        Zek::Ptr<TxMstStatus const> g = src_->txMstStatus(Zek::Name(k.first));
+        return !g || !g->txMstPortStatus(IntfId(Zek::String(k.second)));
+      };
+      if (!m->syncer) continue;
+      std::erase_if(m->ex.uncopiedPorts, gone);
+      std::erase_if(m->ex.staleTxUpdate, [&](const auto& e) { return gone(e.first); });
+    }
+  }
+
+  /// One operation, chosen by the weights of `weights` (percent per case of perform()).
+  std::string operate() {
+    static constexpr std::uint32_t weights[] = {3, 1, 10, 0, 2, 8, 3, 8, 3, 10, 0, 20, 0, 0, 18, 0, 6, 2, 3, 3};
+    std::uint32_t r = below(100);
+    int op = 0;
+    while (r >= weights[op]) r -= weights[op++];
+    return perform(op);
+  }
+
+  /// Operation `op`; one that needs a member where there is none adds one instead.
+  std::string perform(int op) {
+    switch (op) {
+      case 0: {  // add a group (re-using names), sometimes filled as it appears
+        const char* name = any(groupNames);
+        const bool filled = !src_->txMstStatus(name) && chance(40);
+        fillNext_ = filled;
+        src_->txMstStatusIs(name);
+        fillNext_ = false;
+        if (filled) {
+          for (Mirror* m : {&main_, &late_}) {
+            if (!m->syncer) continue;
+            for (const auto& [intf, p] : src_->txMstStatus(name)->txMstPortStatus()) {
+              m->ex.uncopiedPorts.insert(PortKey(name, intf.name().str()));
+            }
+          }
+        }
+        return std::string("txMstStatusIs ") + name + (filled ? " (filled)" : "");
+      }
+      case 1: {  // remove a group (sometimes an absent one)
+        const char* name = any(groupNames);
+        src_->txMstStatusDel(name);
+        forgetRemovedPorts();
+        return std::string("txMstStatusDel ") + name;
+      }
+      case 2:
+      case 3: {  // add a port
+        Zek::Ptr<TxMstStatus> g = anyGroup();
+        if (!g) return perform(0);
+        const char* intf = any(intfNames);
+        g->txMstPortStatusIs(IntfId(intf));
+        return "txMstPortStatusIs " + g->name().str() + "|" + intf;
+      }
+      case 4: {  // remove a port
+        Zek::Ptr<TxMstStatus> g;
+        Zek::Ptr<TxMstPortStatus> p = anyPort(&g);
+        if (!p) return perform(2);
+        g->txMstPortStatusDel(p->intfId());
+        forgetRemovedPorts();
+        return "txMstPortStatusDel " + p->intfId().name().str();
+      }
+      case 5: {  // add a record
+        Zek::Ptr<TxMstPortStatus> p = anyPort();
+        if (!p) return perform(2);
+        const std::uint16_t vlan = any(vlans);
+        Zek::Ptr<IntxInfo> r = p->txInfoIs(vlan);
+        if (chance(50)) test::fillRecord(*r, below(4));
+        return "txInfoIs " + std::to_string(vlan);
+      }
+      case 6: {  // remove a record
+        Zek::Ptr<TxMstPortStatus> p = anyPort();
+        if (!p) return perform(2);
+        const std::uint16_t vlan = any(vlans);
+        p->txInfoDel(vlan);
+        return "txInfoDel " + std::to_string(vlan);
+      }
+      case 7: {  // add an entry
+        Zek::Ptr<IntxInfo> r = anyRecord();
+        if (!r) return perform(5);
+        const std::uint16_t key = any(instanceKeys);
+        Zek::Ptr<IntxMstiInfo> e = r->mstiNIs(key);
+        if (chance(50)) test::fillEntry(*e, below(4));
+        return "mstiNIs " + std::to_string(key);
+      }
+      case 8: {  // remove an entry
+        Zek::Ptr<IntxInfo> r = anyRecord();
+        if (!r) return perform(5);
+        const std::uint16_t key = any(instanceKeys);
+        r->mstiNDel(key);
+        return "mstiNDel " + std::to_string(key);
+      }
+      case 9:
+      case 10: {  // one record-level attribute, equal values included
+        Zek::Ptr<IntxInfo> r = anyRecord();
+        if (!r) return perform(5);
+        const std::uint8_t v = small();
+        switch (below(6)) {
+          case 0:
+            r->neighborAddrIs(Nelk::EthAddr(0, 0, 0, 0, 0, v));
+            return "neighborAddrIs";
+          case 1:
+            r->stpVersionIs(StpBpduVersion{v});
+            return "stpVersionIs";
+          case 2:
+            r->intxInfoTypeIs(StpBpduType{v});
+            return "intxInfoTypeIs";
+          case 3:
+            r->configRevisionLevelIs(v);
+            return "configRevisionLevelIs";
+          case 4:
+            r->configNameStringIs(Zek::String(std::string(v, 'n')));
+            return "configNameStringIs";
+          default: {
+            MstpConfigDigest d;
+            d.octets[15] = v;
+            r->configDigestIs(d);
+            return "configDigestIs";
+          }
+        }
+      }
+      case 11:
+      case 12:
+      case 13: {  // one entry attribute, equal values included
+        Zek::Ptr<IntxMstiInfo> e = anyEntry();
+        if (!e) return perform(7);
+        const std::uint8_t v = small();
+        const BridgeId id{v, 0, Nelk::EthAddr(0, 0, 0, 0, 0, v)};
+        switch (below(13)) {
+          case 0:
+            e->flagsIs(RstpBpduFlags{v});
+            return "flagsIs";
+          case 1:
+            e->bridgeIdIs(id);
+            return "bridgeIdIs";
+          case 2:
+            e->portIdIs(PortId(v, v));
+            return "portIdIs";
+          case 3:
+            e->cistRootBridgeIdIs(id);
+            return "cistRootBridgeIdIs";
+          case 4:
+            e->cistExtRootPathCostIs(v);
+            return "cistExtRootPathCostIs";
+          case 5:
+            e->cistRegionalRootBridgeIdIs(id);
+            return "cistRegionalRootBridgeIdIs";
+          case 6:
+            e->intRootPathCostIs(v);
+            return "intRootPathCostIs";
+          case 7:
+            e->regionalRootBridgeIdIs(id);
+            return "regionalRootBridgeIdIs";
+          case 8:
+            e->remainingHopsIs(v);
+            return "remainingHopsIs";
+          case 9:
+            e->messageAgeIs(TimerVal(0, v));
+            return "messageAgeIs";
+          case 10:
+            e->maxAgeIs(TimerVal(0, v));
+            return "maxAgeIs";
+          case 11:
+            e->helloTimeIs(TimerVal(0, v));
+            return "helloTimeIs";
+          default:
+            e->fwdDelayIs(TimerVal(0, v));
+            return "fwdDelayIs";
+        }
+      }
+      case 14:
+      case 15: {  // a counter, zeros and equal values included
+        Zek::Ptr<TxMstStatus> g;
+        Zek::Ptr<TxMstPortStatus> p = anyPort(&g);
+        if (!p) return perform(2);
+        const std::uint16_t vlan = any(vlans);
+        const PortKey key(g->name().str(), p->intfId().name().str());
+        if (chance(25)) {
+          p->txUpdateDel(vlan);  // an absent counter is not announced, so a stale one stays
+          return "txUpdateDel " + std::to_string(vlan);
+        }
+        const std::uint32_t value = below(3);
+        p->txUpdateIs(vlan, value);
+        for (Mirror* m : {&main_, &late_}) {
+          if (!m->syncer) continue;
+          if (auto it = m->ex.staleTxUpdate.find(key); it != m->ex.staleTxUpdate.end()) it->second.erase(vlan);
+        }
+        return "txUpdateIs " + std::to_string(vlan) + " " + std::to_string(value);
+      }
+      case 16: {  // port scalars
+        Zek::Ptr<TxMstPortStatus> p = anyPort();
+        if (!p) return perform(2);
+        if (chance(50)) {
+          p->txNewInfoIs(below(3));
+          return "txNewInfoIs";
+        }
+        p->txHelloWhenOnIs(TimerVal(0, small()));
+        return "txHelloWhenOnIs";
+      }
+      case 17:
+        src_->heartbeatTimeoutIs(0.5 * below(3));
+        return "heartbeatTimeoutIs";
+      case 18: {  // a full copy re-run, of the whole tree or of one group
+        Mirror& m = late_.syncer && chance(50) ? late_ : main_;
+        if (chance(50)) {
+          fullCopyAhead(m);
+          m.syncer->handleInitialized();
+          return "handleInitialized";
+        }
+        Zek::Ptr<TxMstStatus> g = anyGroup();
+        if (!g) return perform(0);
+        const Zek::Name name = g->name();
+        fullCopyAhead(m, &name);
+        m.syncer->zekTxMstStatusSm(name)->handleInitialized();
+        return "ZekTxMstStatusSm::handleInitialized " + name.str();
+      }
+      default:
+        return lateMirror();
+    }
+  }
+
+  /// Attaches, detaches or re-attaches the second syncer; sometimes flips the equal-writes switch.
+  std::string lateMirror() {
+    if (chance(30)) {
+      Zek::notifyEqualWrites_ = !Zek::notifyEqualWrites_;
+      return Zek::notifyEqualWrites_ ? "notifyEqualWrites on" : "notifyEqualWrites off";
+    }
+    if (late_.syncer) {
+      if (!chance(10)) return "nothing";
+      late_.syncer = nullptr;
+      // Destroying the syncer leaves its destination exactly as it was (the source has not moved yet).
+      const std::string diff = mirrorDiff(*src_, *late_.dst, late_.ex);
+      EXPECT_EQ(diff, "") << "destination changed by the syncer's destruction (seed " << seed_ << ", step " << step_
+                          << ")";
+      return "late syncer destroyed";
+    }
+    if (!chance(20)) return "nothing";
+    const bool fresh = chance(25);
+    if (fresh) late_.dst = TxStatus::TxStatusIs();
+    fullCopyAhead(late_);
+    late_.syncer = txStatusToTxSyncerFactory(src_, late_.dst);
+    return fresh ? "late syncer attached to an empty destination" : "late syncer re-attached to its old destination";
+  }
+
+  void check(const std::string& what) {
+    for (Mirror* m : {&main_, &late_}) {
+      if (!m->syncer) continue;
+      const std::string diff = mirrorDiff(*src_, *m->dst, m->ex);
+      if (!diff.empty()) {
+        ADD_FAILURE() << "seed " << seed_ << ", step " << step_ << " (" << what << "), "
+                      << (m == &main_ ? "main" : "late") << " syncer:\n"
+                      << diff;
+        return;
+      }
+    }
+  }
+
+  std::uint32_t seed_;
+  std::uint64_t operations_;
+  std::uint64_t step_ = 0;
+  std::mt19937 rng_;
+  Zek::Ptr<TxStatus> src_ = TxStatus::TxStatusIs();
+  Mirror main_;
+  Mirror late_;
+  Zek::Ptr<RecordingReactor> filler_;
+  bool fillNext_ = false;
+  bool uncopiedSeen_ = false;
+  bool staleSeen_ = false;
+};
+
+std::uint64_t envNumber(const char* name, std::uint64_t fallback) {
+  const char* v = std::getenv(name);
+  return v && *v ? std::strtoull(v, nullptr, 10) : fallback;
+}
+
+class TxStatusRandomTest : public ::testing::TestWithParam<std::uint32_t> {};
+
+TEST_P(TxStatusRandomTest, DestinationsFollowTheSourceThroughRandomOperations) {
+  const std::uint32_t seed = static_cast<std::uint32_t>(envNumber("STPTXRX_RANDOM_SEED", GetParam()));
+  if (std::getenv("STPTXRX_RANDOM_SEED") && GetParam() != 1) GTEST_SKIP() << "one seed given";
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  LiveCounts before;
+  {
+    RandomRun run(seed, envNumber("STPTXRX_RANDOM_OPS", 25000));
+    run.run();
+  }
+  EXPECT_TRUE(before.unchanged()) << "seed " << seed << ": everything released";
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, TxStatusRandomTest, ::testing::Values(1u, 2u, 3u, 4u));
+
+}  // namespace
+}  // namespace StpTxRx
