@@ -166,7 +166,10 @@ class SourceSlot {
 /// re-pointed by `is`, removed by `del`, which returns the member they watched), and child syncers built
 /// from construction values (`instantiate`, `take`). Walks (forEach) tolerate children being added or
 /// removed by the visited child.
-template <class Key, class Child, template <class, class> class Map = HashMap>
+///
+/// `Map` is a variadic template template parameter so that HashMap, whose third parameter (the hash) has
+/// a default, matches on every compiler (clang does not relax template template matching by default).
+template <class Key, class Child, template <class...> class Map = HashMap>
 class ChildSet {
  public:
   ChildSet() = default;
