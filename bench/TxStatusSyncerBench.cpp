@@ -1,0 +1,287 @@
+// TxStatusToTxSyncer costs on one group of N ports, one VLAN record per port, 65 instance entries per record
+// (N = 1024: 66,560 entries), each beside a baseline in the same binary:
+//  - initial full copy (syncer construction) at 1024 and 2048 ports, beside a direct copy of the same tree
+//    (groups, ports, counters and scalars by setters, records by copyIntxInfo); reported per entry;
+//  - one entry attribute changed on the source and propagated, over random entries, beside the same
+//    source write followed by a direct write of the destination entry; run with repetitions so that the
+//    median is reported;
+//  - teardown of the syncer (the destination stays), with every live count of the syncer types checked to
+//    be back to 0;
+//  - memory per mirrored entry: live heap bytes of the source tree, the destination tree and the syncer
+//    objects, counted by a byte-counting global operator new in this file (switched on only there).
+// The syncer runs with the binary trace on (its default) and off. Text tracing stays off (unless
+// STPTXRX_TRACE switches it on). Times per entry are CPU times.
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <stptxrx/Stp/StpTxRxCommon.h>
+#include <stptxrx/Stp/StpTxStatusSyncer.h>
+#include <stptxrx/runtime/BinaryTrace.h>
+#include <stptxrx/runtime/TypeRegistry.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+#include <random>
+#include <vector>
+
+#include "../tests/support/TxTreeBuilder.h"
+
+// ---- byte counting: live heap bytes (usable sizes), while `countingBytes` is on.
+
+namespace {
+bool countingBytes = false;
+std::int64_t liveBytes = 0;
+
+void* countedAlloc(std::size_t size) {
+  void* p = std::malloc(size ? size : 1);
+  if (!p) throw std::bad_alloc();
+  if (countingBytes) liveBytes += static_cast<std::int64_t>(malloc_usable_size(p));
+  return p;
+}
+void countedFree(void* p) noexcept {
+  if (p && countingBytes) liveBytes -= static_cast<std::int64_t>(malloc_usable_size(p));
+  std::free(p);
+}
+}  // namespace
+
+void* operator new(std::size_t size) { return countedAlloc(size); }
+void* operator new[](std::size_t size) { return countedAlloc(size); }
+void operator delete(void* p) noexcept { countedFree(p); }
+void operator delete[](void* p) noexcept { countedFree(p); }
+void operator delete(void* p, std::size_t) noexcept { countedFree(p); }
+void operator delete[](void* p, std::size_t) noexcept { countedFree(p); }
+
+namespace {
+
+using namespace StpTxRx;
+
+constexpr unsigned instances = 65;
+
+const char* const syncerTypes[] = {"StpTxRx::TxStatusToTxSyncer",
+                                   "StpTxRx::TxStatusToTxSyncer::ZekSource",
+                                   "StpTxRx::TxStatusToTxSyncer::ZekTxMstStatusSm",
+                                   "StpTxRx::TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm",
+                                   "StpTxRx::IntxInfoSyncer",
+                                   "StpTxRx::IntxInfoSyncer::ZekSource",
+                                   "StpTxRx::IntxInfoSyncer::ZekMstiNSm"};
+
+std::int64_t liveSyncerObjects() {
+  std::int64_t n = 0;
+  for (const char* t : syncerTypes) {
+    if (const Zek::TypeNode* node = Zek::typeNode(t)) n += node->liveCount();
+  }
+  return n;
+}
+
+TxStatus::Ptr sourceTree(unsigned ports) {
+  TxStatus::Ptr src = TxStatus::TxStatusIs();
+  test::buildTree(*src, 1, ports, 1, instances);
+  return src;
+}
+
+/// The baseline copy: the same destination tree built by direct setter calls and copyIntxInfo.
+void directCopy(const TxStatus& src, TxStatus& dst) {
+  dst.heartbeatTimeoutIs(src.heartbeatTimeout());
+  for (const auto& [name, sg] : src.txMstStatus()) {
+    Zek::Ptr<TxMstStatus> dg = dst.txMstStatusIs(name);
+    for (const auto& [intf, sp] : sg->txMstPortStatus()) {
+      Zek::Ptr<TxMstPortStatus> dp = dg->txMstPortStatusIs(intf);
+      for (const auto& [vlan, record] : sp->txInfo()) copyIntxInfo(record, dp->txInfoIs(vlan));
+      for (const auto& [vlan, value] : sp->txUpdate()) {
+        if (value != 0) dp->txUpdateIs(vlan, value);
+      }
+      dp->txHelloWhenOnIs(sp->txHelloWhenOn());
+      dp->txNewInfoIs(sp->txNewInfo());
+    }
+  }
+}
+
+void setEntryCounters(benchmark::State& state, double entries) {
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * entries));
+  state.counters["entries"] = entries;
+  state.counters["time/entry"] =
+      benchmark::Counter(entries, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+// ---- initial full copy
+
+void BM_FullCopy_Syncer(benchmark::State& state) {
+  const unsigned ports = static_cast<unsigned>(state.range(0));
+  Zek::BinaryTrace::enabledIs(state.range(1) != 0);
+  TxStatus::Ptr src = sourceTree(ports);
+  for (auto _ : state) {
+    state.PauseTiming();
+    TxStatus::Ptr dst = TxStatus::TxStatusIs();
+    state.ResumeTiming();
+    TxStatusToTxSyncer::Ptr syncer = txStatusToTxSyncerFactory(src, dst);
+    benchmark::DoNotOptimize(syncer.get());
+    state.PauseTiming();
+    syncer = nullptr;
+    dst = nullptr;
+    state.ResumeTiming();
+  }
+  Zek::BinaryTrace::enabledIs(true);
+  setEntryCounters(state, double(ports) * instances);
+}
+BENCHMARK(BM_FullCopy_Syncer)
+    ->ArgsProduct({{1024, 2048}, {1, 0}})
+    ->ArgNames({"ports", "binaryTrace"})
+    ->Unit(benchmark::kMillisecond);
+
+void BM_FullCopy_DirectBaseline(benchmark::State& state) {
+  const unsigned ports = static_cast<unsigned>(state.range(0));
+  TxStatus::Ptr src = sourceTree(ports);
+  for (auto _ : state) {
+    state.PauseTiming();
+    TxStatus::Ptr dst = TxStatus::TxStatusIs();
+    state.ResumeTiming();
+    directCopy(*src, *dst);
+    benchmark::DoNotOptimize(dst.get());
+    state.PauseTiming();
+    dst = nullptr;
+    state.ResumeTiming();
+  }
+  setEntryCounters(state, double(ports) * instances);
+}
+BENCHMARK(BM_FullCopy_DirectBaseline)->ArgName("ports")->Arg(1024)->Arg(2048)->Unit(benchmark::kMillisecond);
+
+// ---- one attribute propagated
+
+/// Source and destination entries in a random order (the same order for syncer and baseline).
+struct EntryPairs {
+  std::vector<IntxMstiInfo::Ptr> src;
+  std::vector<IntxMstiInfo::Ptr> dst;
+};
+
+EntryPairs entryPairs(TxStatus& src, TxStatus& dst) {
+  EntryPairs pairs;
+  for (const auto& [name, sg] : src.txMstStatus()) {
+    for (const auto& [intf, sp] : sg->txMstPortStatus()) {
+      for (const auto& [vlan, record] : sp->txInfo()) {
+        for (const auto& [key, entry] : record->mstiN()) {
+          pairs.src.push_back(src.txMstStatus(name)->txMstPortStatus(intf)->txInfo(vlan)->mstiN(key));
+          pairs.dst.push_back(dst.txMstStatus(name)->txMstPortStatus(intf)->txInfo(vlan)->mstiN(key));
+        }
+      }
+    }
+  }
+  std::mt19937 rng(7);
+  for (std::size_t i = pairs.src.size(); i > 1; --i) {
+    const std::size_t j = std::uniform_int_distribution<std::size_t>(0, i - 1)(rng);
+    std::swap(pairs.src[i - 1], pairs.src[j]);
+    std::swap(pairs.dst[i - 1], pairs.dst[j]);
+  }
+  return pairs;
+}
+
+void BM_OneAttribute_Syncer(benchmark::State& state) {
+  TxStatus::Ptr src = sourceTree(static_cast<unsigned>(state.range(0)));
+  Zek::BinaryTrace::enabledIs(state.range(1) != 0);
+  TxStatus::Ptr dst = TxStatus::TxStatusIs();
+  TxStatusToTxSyncer::Ptr syncer = txStatusToTxSyncerFactory(src, dst);
+  EntryPairs pairs = entryPairs(*src, *dst);
+  const std::size_t n = pairs.src.size();
+  std::size_t i = 0;
+  PathCost cost = 1;
+  for (auto _ : state) {
+    pairs.src[i]->cistExtRootPathCostIs(++cost);
+    if (++i == n) i = 0;
+  }
+  // The last value written must have arrived.
+  const std::size_t last = (i + n - 1) % n;
+  if (pairs.dst[last]->cistExtRootPathCost() != cost) state.SkipWithError("not propagated");
+  Zek::BinaryTrace::enabledIs(true);
+}
+// 1024 ports: the tree (about 33 MB with the syncer) does not stay in cache; 16 ports (1,040 entries) does.
+BENCHMARK(BM_OneAttribute_Syncer)
+    ->ArgsProduct({{1024, 16}, {1, 0}})
+    ->ArgNames({"ports", "binaryTrace"})
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
+
+void BM_OneAttribute_DirectBaseline(benchmark::State& state) {
+  TxStatus::Ptr src = sourceTree(static_cast<unsigned>(state.range(0)));
+  TxStatus::Ptr dst = TxStatus::TxStatusIs();
+  directCopy(*src, *dst);
+  EntryPairs pairs = entryPairs(*src, *dst);
+  const std::size_t n = pairs.src.size();
+  std::size_t i = 0;
+  PathCost cost = 1;
+  for (auto _ : state) {
+    IntxMstiInfo& s = *pairs.src[i];
+    s.cistExtRootPathCostIs(++cost);
+    pairs.dst[i]->cistExtRootPathCostIs(s.cistExtRootPathCost());
+    if (++i == n) i = 0;
+  }
+  benchmark::DoNotOptimize(pairs.dst[0].get());
+}
+BENCHMARK(BM_OneAttribute_DirectBaseline)
+    ->ArgName("ports")
+    ->Arg(1024)
+    ->Arg(16)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
+
+// ---- teardown
+
+void BM_Teardown_Syncer(benchmark::State& state) {
+  TxStatus::Ptr src = sourceTree(1024);
+  TxStatus::Ptr dst = TxStatus::TxStatusIs();
+  for (auto _ : state) {
+    state.PauseTiming();
+    TxStatusToTxSyncer::Ptr syncer = txStatusToTxSyncerFactory(src, dst);
+    state.ResumeTiming();
+    syncer = nullptr;
+    state.PauseTiming();
+    if (liveSyncerObjects() != 0) {
+      state.SkipWithError("syncer objects left after teardown");
+      break;
+    }
+    state.ResumeTiming();
+  }
+  state.counters["live_after"] = static_cast<double>(liveSyncerObjects());
+  setEntryCounters(state, 1024.0 * instances);
+}
+BENCHMARK(BM_Teardown_Syncer)->Unit(benchmark::kMillisecond);
+
+// ---- memory
+
+void BM_Memory_PerEntry(benchmark::State& state) {
+  const unsigned ports = 1024;
+  const double entries = double(ports) * instances;
+  for (auto _ : state) {
+    liveBytes = 0;
+    countingBytes = true;
+    TxStatus::Ptr src = sourceTree(ports);
+    const std::int64_t srcBytes = liveBytes;
+    TxStatus::Ptr dst = TxStatus::TxStatusIs();
+    TxStatusToTxSyncer::Ptr syncer = txStatusToTxSyncerFactory(src, dst);
+    const std::int64_t allBytes = liveBytes;
+    syncer = nullptr;
+    const std::int64_t syncerBytes = allBytes - liveBytes;
+    const std::int64_t withDest = liveBytes;
+    dst = nullptr;
+    const std::int64_t destBytes = withDest - liveBytes;
+    // What stays: the source's notifiee lists keep the capacity they grew when the syncer's reactors
+    // registered (one slot per watched entity).
+    const std::int64_t slotBytes = liveBytes - srcBytes;
+    state.counters["source_B/entry"] = double(srcBytes) / entries;
+    state.counters["dest_B/entry"] = double(destBytes) / entries;
+    state.counters["syncer_B/entry"] = double(syncerBytes) / entries;
+    state.counters["sourceSlots_B/entry"] = double(slotBytes) / entries;
+    state.counters["total_B/entry"] = double(allBytes) / entries;
+    // Baseline: the destination built by the direct copy.
+    const std::int64_t before = liveBytes;
+    TxStatus::Ptr direct = TxStatus::TxStatusIs();
+    directCopy(*src, *direct);
+    state.counters["directDest_B/entry"] = double(liveBytes - before) / entries;
+    countingBytes = false;
+    direct = nullptr;
+    src = nullptr;
+  }
+}
+BENCHMARK(BM_Memory_PerEntry)->Iterations(1);
+
+}  // namespace
+
+BENCHMARK_MAIN();
