@@ -236,7 +236,9 @@ IntxInfoSyncer::ZekMstiNSm::ZekMstiNSm(const Zek::Ptr<IntxMstiInfo const>& entry
 
 std::string IntxInfoSyncer::ZekMstiNSm::keyInfo() const {
   const IntxMstiInfo* src = watched();
-  return "[" + std::to_string(unsigned{(src ? src->key() : key_).value()}) + "]";
+  std::string text("[");
+  text.append(std::to_string(unsigned{(src ? src->key() : key_).value()})).append("]");
+  return text;
 }
 
 void IntxInfoSyncer::ZekMstiNSm::handleInitialized() {
