@@ -81,8 +81,9 @@ TEST(RecordingReactorTest, RecordsIdsAndDecodedKeysInOrderUntilReleased) {
 }
 
 TEST(AllocCounterTest, CountsAllocationsInsideTheLibraryAndTheTest) {
+  static std::unique_ptr<int> escaped;  // kept beyond the test: the allocation cannot be elided
   AllocScope scope;
-  auto p = std::make_unique<int>(1);
+  escaped = std::make_unique<int>(1);
   EXPECT_EQ(scope.count(), 1u);
   Ptr<Shelf> shelf(new Shelf);  // allocated here
   const std::string label = "a label long enough to need the heap";

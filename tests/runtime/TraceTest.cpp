@@ -140,7 +140,7 @@ TEST(TraceSinkTest, CapturingSinkGetsHandleLevelFileFunctionAndText) {
   const auto& first = cap.lines()[0];
   EXPECT_EQ(first.handle, "TlSink");
   EXPECT_EQ(first.level, 3);
-  EXPECT_EQ(first.file, STPTXRX_SOURCE_DIR "/tests/runtime/TraceTest") << "extension dropped";
+  EXPECT_TRUE(first.file.ends_with("tests/runtime/TraceTest")) << first.file << ": extension dropped";
   EXPECT_EQ(first.function, "TestBody");
   EXPECT_EQ(first.text, "Packet allocation failed");
   EXPECT_EQ(cap.lines()[1].file, "Stp/StpTxRxUtils");
