@@ -13,6 +13,13 @@
 
 namespace StpTxRx::test {
 
+/// `prefix` followed by `n` in decimal ("Ethernet" 3 -> "Ethernet3").
+inline Zek::String numbered(const char* prefix, unsigned n) {
+  std::string s(prefix);
+  s.append(std::to_string(n));
+  return Zek::String(s);
+}
+
 /// Writes every attribute of an instance entry with values derived from `seed`: two different seeds give
 /// different values in every attribute (modulo the attribute's width), so a missed copy shows.
 inline void fillEntry(IntxMstiInfo& e, std::uint32_t seed) {
@@ -39,7 +46,7 @@ inline void fillRecord(IntxInfo& r, std::uint32_t seed) {
   r.stpVersionIs(StpBpduVersion{b(3)});
   r.intxInfoTypeIs(StpBpduType{b(4)});
   r.configRevisionLevelIs(static_cast<unsigned short>(seed + 5u));
-  r.configNameStringIs(Zek::String("region-" + std::to_string(seed)));
+  r.configNameStringIs(numbered("region-", seed));
   MstpConfigDigest d;
   for (unsigned i = 0; i < d.octets.size(); ++i) d.octets[i] = b(6 + i);
   r.configDigestIs(d);
@@ -67,10 +74,9 @@ inline void buildTree(TxStatus& status, unsigned groups, unsigned ports, unsigne
                       std::uint32_t seed = 1) {
   status.heartbeatTimeoutIs(2.5);
   for (unsigned g = 0; g < groups; ++g) {
-    Zek::Ptr<TxMstStatus> group = status.txMstStatusIs(Zek::Name("g" + std::to_string(g)));
+    Zek::Ptr<TxMstStatus> group = status.txMstStatusIs(numbered("g", g));
     for (unsigned p = 0; p < ports; ++p) {
-      Zek::Ptr<TxMstPortStatus> port =
-          group->txMstPortStatusIs(IntfId(Zek::String("Ethernet" + std::to_string(p + 1))));
+      Zek::Ptr<TxMstPortStatus> port = group->txMstPortStatusIs(IntfId(numbered("Ethernet", p + 1)));
       port->txNewInfoIs(seed + p);
       port->txHelloWhenOnIs(TimerVal(2, static_cast<std::uint8_t>(p)));
       for (unsigned v = 0; v < vlans; ++v) {
@@ -126,7 +132,7 @@ inline std::string mirrorDiff(const TxStatus& src, const TxStatus& dst, const Mi
     std::size_t portsMet = 0;
     for (const auto& [intf, sp] : sg->txMstPortStatus()) {
       // Streams "group|interface" in front of a difference.
-      const auto at = [&, &intf = intf]() -> std::ostream& { return out() << name << "|" << intf; };
+      const auto at = [&out, &name = name, &intf = intf]() -> std::ostream& { return out() << name << "|" << intf; };
       Zek::Ptr<TxMstPortStatus const> dp = dg->txMstPortStatus(intf);
       if (!dp) {
         at() << ": missing port\n";
