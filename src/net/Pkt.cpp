@@ -29,23 +29,9 @@ void Pkt::reset() {
   size_ = 0;
 }
 
-void Pkt::checkConsistent() const {
+std::uint8_t* Pkt::headDataIs(std::size_t n) {
   ZEK_ASSERT(buffer_);
   ZEK_ASSERT(offset_ <= buffer_->capacity() && size_ <= buffer_->capacity() - offset_);
-}
-
-std::uint8_t* Pkt::data() {
-  checkConsistent();
-  return buffer_->bytes() + offset_;
-}
-
-const std::uint8_t* Pkt::data() const {
-  checkConsistent();
-  return buffer_->bytes() + offset_;
-}
-
-std::uint8_t* Pkt::headDataIs(std::size_t n) {
-  checkConsistent();
   if (n > offset_) {
     // Same layout in a buffer n octets longer: everything moves n octets back, so the data gains the
     // missing head room and the head room left after the prepend equals the one there was before.
@@ -63,9 +49,23 @@ void Pkt::onZeroReferences() { manager_->released(this); }
 
 // ---- PktManager
 
-std::unique_lock<std::mutex> PktManager::guard() {
-  return Zek::threadSafePointers_ ? std::unique_lock<std::mutex>(mutex_) : std::unique_lock<std::mutex>();
-}
+namespace {
+// Holds the pool's mutex only while pointers are thread safe; otherwise the manager is single-threaded.
+class PoolLock {
+ public:
+  explicit PoolLock(std::mutex& m) : m_(Zek::threadSafePointers_ ? &m : nullptr) {
+    if (m_) m_->lock();
+  }
+  PoolLock(const PoolLock&) = delete;
+  PoolLock& operator=(const PoolLock&) = delete;
+  ~PoolLock() {
+    if (m_) m_->unlock();
+  }
+
+ private:
+  std::mutex* m_;
+};
+}  // namespace
 
 PktManager::~PktManager() {
   ZEK_ASSERT(live_ == 0);
@@ -75,7 +75,7 @@ PktManager::~PktManager() {
 Pkt::Ptr PktManager::newPkt() {
   Pkt* pkt = nullptr;
   {
-    auto lock = guard();
+    PoolLock lock(mutex_);
     if (liveLimit_ != 0 && live_ >= liveLimit_) return nullptr;
     ++live_;
     if (pool_) {
@@ -97,7 +97,7 @@ void PktManager::released(Pkt* pkt) {
     pkt->buffer_ = nullptr;
   }
   {
-    auto lock = guard();
+    PoolLock lock(mutex_);
     --live_;
     if (pooled_ < pooledLimit_) {
       pkt->nextPooled_ = pool_;
@@ -111,7 +111,7 @@ void PktManager::released(Pkt* pkt) {
 
 void PktManager::pooledLimitIs(std::size_t limit) {
   {
-    auto lock = guard();
+    PoolLock lock(mutex_);
     pooledLimit_ = limit;
   }
   trimPool(limit);
@@ -120,7 +120,7 @@ void PktManager::pooledLimitIs(std::size_t limit) {
 void PktManager::trimPool(std::size_t keep) {
   Pkt* freed = nullptr;
   {
-    auto lock = guard();
+    PoolLock lock(mutex_);
     while (pooled_ > keep) {
       Pkt* pkt = pool_;
       pool_ = pkt->nextPooled_;

@@ -36,14 +36,15 @@ class STPTXRX_EXPORT PktBuffer : public Zek::PtrInterface {
 /// front of it. Packets come only from a PktManager (`newPkt`); when the last `Pkt::Ptr` goes the packet
 /// returns to its manager's pool, buffer included.
 ///
-/// Invariants (checked with ZEK_ASSERT, a failure aborts): a packet always has a buffer, and its window
-/// lies inside that buffer.
+/// Invariants (checked with ZEK_ASSERT when the packet is handed out and when head data is added; a
+/// failure aborts): a packet always has a buffer, and its window lies inside that buffer. The accessors
+/// rely on them unchecked.
 class STPTXRX_EXPORT Pkt : public Zek::PtrInterface {
  public:
   using Ptr = Zek::Ptr<Pkt>;
 
-  std::uint8_t* data();
-  const std::uint8_t* data() const;
+  std::uint8_t* data() { return buffer_->bytes() + offset_; }
+  const std::uint8_t* data() const { return buffer_->bytes() + offset_; }
   std::size_t size() const { return size_; }
   /// Free octets in front of the data.
   std::size_t headRoom() const { return offset_; }
@@ -72,7 +73,6 @@ class STPTXRX_EXPORT Pkt : public Zek::PtrInterface {
 
   /// Empty again, with the whole buffer as head room.
   void reset();
-  void checkConsistent() const;
 
   PktManager* manager_;
   Zek::Ptr<PktBuffer> buffer_;
@@ -127,7 +127,6 @@ class STPTXRX_EXPORT PktManager {
   friend class Pkt;
   void released(Pkt* pkt);
   void trimPool(std::size_t keep);
-  std::unique_lock<std::mutex> guard();
 
   std::mutex mutex_;
   Pkt* pool_ = nullptr;  // free list
