@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/AllocCounter.h"
 #include "support/LiveCounts.h"
 #include "support/RecordingReactor.h"
 #include "support/TraceCapture.h"
@@ -399,6 +400,26 @@ TEST_F(TxToTxTest, ScalarsAreWrittenOnceUntracedAndTheFullCopyWritesInOrder) {
   portSm("g1", "Ethernet1")->handleInitialized();
   EXPECT_EQ(rec->ids(), (std::vector<Zek::AttributeId>{TxMstPortStatus::idTxUpdate, TxMstPortStatus::idTxHelloWhenOn,
                                                        TxMstPortStatus::idTxNewInfo}));
+}
+
+TEST_F(TxToTxTest, CounterScalarAndHeartbeatChangesAllocateNothing) {
+  recordIs(*src, "g1", "Ethernet1", 10, {0});
+  Zek::Ptr<TxMstPortStatus> p = portIs(*src, "g1", "Ethernet1");
+  p->txUpdateIs(10, 1);
+  make();
+  p->txUpdateIs(10, 2);  // first run of each handler registers its binary trace call site
+  p->txNewInfoIs(1);
+  p->txHelloWhenOnIs(TimerVal(0, 1));
+  Zek::test::AllocScope scope;
+  for (std::uint8_t i = 3; i < 20; ++i) {
+    p->txUpdateIs(10, i);
+    p->txNewInfoIs(i);
+    p->txHelloWhenOnIs(TimerVal(0, i));
+    src->heartbeatTimeoutIs(i);
+  }
+  EXPECT_EQ(scope.count(), 0u);
+  EXPECT_EQ(dstPort("g1", "Ethernet1")->txUpdate(10), 19u);
+  EXPECT_EQ(dst->heartbeatTimeout(), 19.0);
 }
 
 TEST_F(TxToTxTest, RecordsComeAndGoWithTheirSyncers) {
