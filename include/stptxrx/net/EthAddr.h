@@ -20,7 +20,12 @@ class STPTXRX_EXPORT EthAddr {
   constexpr std::uint8_t operator[](std::size_t i) const { return octets_[i]; }
   constexpr bool isZero() const { return (octets_[0] | octets_[1] | octets_[2] | octets_[3] | octets_[4] | octets_[5]) == 0; }
 
-  friend constexpr bool operator==(const EthAddr&, const EthAddr&) = default;
+  // Spelled out: the defaulted comparison calls memcmp, which dominates the per-attribute copy paths.
+  friend constexpr bool operator==(const EthAddr& a, const EthAddr& b) {
+    const auto& x = a.octets_;
+    const auto& y = b.octets_;
+    return ((x[0] ^ y[0]) | (x[1] ^ y[1]) | (x[2] ^ y[2]) | (x[3] ^ y[3]) | (x[4] ^ y[4]) | (x[5] ^ y[5])) == 0;
+  }
   friend constexpr auto operator<=>(const EthAddr&, const EthAddr&) = default;
 
  private:

@@ -123,7 +123,7 @@ struct TimerVal {
     return TimerVal(static_cast<std::uint8_t>(v >> 8), static_cast<std::uint8_t>(v));
   }
   constexpr std::uint16_t wire() const { return static_cast<std::uint16_t>((octets[0] << 8) | octets[1]); }
-  friend constexpr bool operator==(const TimerVal&, const TimerVal&) = default;
+  friend constexpr bool operator==(const TimerVal& a, const TimerVal& b) { return a.wire() == b.wire(); }
 };
 /// Prints the two octets in hex ("14 00").
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const TimerVal& t);
