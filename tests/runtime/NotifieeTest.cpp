@@ -85,7 +85,6 @@ TEST_F(DispatchTest, HandlerAddingAndRemovingMembersNotifiesWithTheRightKeys) {
 TEST_F(DispatchTest, ReactorReleasingItsOwnLastReferenceSurvivesUntilItReturns) {
   Ptr<Named> self = reactor("self");
   auto after = reactor("after");
-  Named* raw = self.get();
   int destroyedInsideHandler = -1;
   self->actionIs([&](AttributeId, const void*) {
     self = nullptr;  // the test held the only reference
@@ -97,7 +96,6 @@ TEST_F(DispatchTest, ReactorReleasingItsOwnLastReferenceSurvivesUntilItReturns) 
   EXPECT_EQ(journal, (std::vector<std::string>{"self", "after"}));
   EXPECT_EQ(after->count(), 1u);
   EXPECT_EQ(shelf->notifieeList()->size(), 1u);
-  (void)raw;
 }
 
 TEST_F(DispatchTest, ReactorUnregisteredOrReleasedBeforeItsTurnIsNotCalled) {
