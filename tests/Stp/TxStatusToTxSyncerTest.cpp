@@ -105,6 +105,14 @@ TEST_F(TxToTxTest, ConstructionCopiesTheWholeTreeInTheSpecifiedOrder) {
                                   "Ethernet1",
                                   "TxToTx::handleTxMstStatus() creating g1",
                               }));
+  // Every record names the handle, level, module and the method that the text names.
+  for (const auto& line : cap.lines()) {
+    if (line.text.rfind("TxToTx", 0) != 0) continue;
+    EXPECT_EQ(line.handle, "StpTxStatusSyncer");
+    EXPECT_EQ(line.level, 8);
+    EXPECT_EQ(line.file, "Stp/StpTxStatusSyncer");
+    EXPECT_NE(line.text.find("::" + line.function + "() "), std::string::npos) << line.text;
+  }
   EXPECT_TRUE(syncer->initialized());
   GroupSm* g = syncer->zekTxMstStatusSm("g1");
   ASSERT_NE(g, nullptr);
