@@ -1,6 +1,7 @@
 #include <stptxrx/Stp/IntxInfoSyncer.h>
 #include <stptxrx/Stp/SyncerTrace.h>
 
+#include <array>
 #include <type_traits>
 #include <utility>
 
@@ -336,24 +337,32 @@ void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay() {
   copyField<&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>();
 }
 
+namespace {
+// The thirteen per-field handlers in declaration order (IntxMstiInfo::fieldIndex): notifications
+// dispatch through it by attribute id, and re-pointing replays it whole.
+using Handler = void (IntxInfoSyncer::ZekMstiNSm::*)();
+constexpr std::array<Handler, IntxMstiInfo::fieldCount> fieldHandlers = {
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_flags,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_bridgeId,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_portId,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRootBridgeId,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistExtRootPathCost,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRegionalRootBridgeId,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_intRootPathCost,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_regionalRootBridgeId,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_remainingHops,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_messageAge,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_maxAge,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_helloTime,
+    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay,
+};
+
+}  // namespace
+
 void IntxInfoSyncer::ZekMstiNSm::onAttribute(Zek::AttributeId id, const void*) {
   if (zekMarkedForDeletion()) return;
-  switch (id) {
-    case IntxMstiInfo::idFlags: zek_handleMstiN_flags(); return;
-    case IntxMstiInfo::idBridgeId: zek_handleMstiN_bridgeId(); return;
-    case IntxMstiInfo::idPortId: zek_handleMstiN_portId(); return;
-    case IntxMstiInfo::idCistRootBridgeId: zek_handleMstiN_cistRootBridgeId(); return;
-    case IntxMstiInfo::idCistExtRootPathCost: zek_handleMstiN_cistExtRootPathCost(); return;
-    case IntxMstiInfo::idCistRegionalRootBridgeId: zek_handleMstiN_cistRegionalRootBridgeId(); return;
-    case IntxMstiInfo::idIntRootPathCost: zek_handleMstiN_intRootPathCost(); return;
-    case IntxMstiInfo::idRegionalRootBridgeId: zek_handleMstiN_regionalRootBridgeId(); return;
-    case IntxMstiInfo::idRemainingHops: zek_handleMstiN_remainingHops(); return;
-    case IntxMstiInfo::idMessageAge: zek_handleMstiN_messageAge(); return;
-    case IntxMstiInfo::idMaxAge: zek_handleMstiN_maxAge(); return;
-    case IntxMstiInfo::idHelloTime: zek_handleMstiN_helloTime(); return;
-    case IntxMstiInfo::idFwdDelay: zek_handleMstiN_fwdDelay(); return;
-    default: return;  // the key, and anything unknown
-  }
+  const int field = IntxMstiInfo::fieldIndex(id);  // -1: the key, or anything unknown
+  if (field >= 0) (this->*fieldHandlers[field])();
 }
 
 void IntxInfoSyncer::ZekMstiNSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
@@ -361,23 +370,7 @@ void IntxInfoSyncer::ZekMstiNSm::notifierIs(const Zek::Ptr<Zek::PtrInterface con
   bind(Zek::ptr_cast<IntxMstiInfo const>(p));
   if (!p) return;
   // Every field replayed as if written; a destination reader may turn this syncer into a zombie midway.
-  using Handler = void (ZekMstiNSm::*)();
-  static constexpr Handler handlers[] = {
-      &ZekMstiNSm::zek_handleMstiN_flags,
-      &ZekMstiNSm::zek_handleMstiN_bridgeId,
-      &ZekMstiNSm::zek_handleMstiN_portId,
-      &ZekMstiNSm::zek_handleMstiN_cistRootBridgeId,
-      &ZekMstiNSm::zek_handleMstiN_cistExtRootPathCost,
-      &ZekMstiNSm::zek_handleMstiN_cistRegionalRootBridgeId,
-      &ZekMstiNSm::zek_handleMstiN_intRootPathCost,
-      &ZekMstiNSm::zek_handleMstiN_regionalRootBridgeId,
-      &ZekMstiNSm::zek_handleMstiN_remainingHops,
-      &ZekMstiNSm::zek_handleMstiN_messageAge,
-      &ZekMstiNSm::zek_handleMstiN_maxAge,
-      &ZekMstiNSm::zek_handleMstiN_helloTime,
-      &ZekMstiNSm::zek_handleMstiN_fwdDelay,
-  };
-  for (Handler h : handlers) {
+  for (Handler h : fieldHandlers) {
     if (!zekMarkedForDeletion()) (this->*h)();
   }
 }

@@ -1,5 +1,7 @@
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
 
+#include <array>
+
 namespace StpTxRx {
 
 ZEK_TYPE_DEFINE(IntxInfoChangeSm, "StpTxRx::IntxInfoChangeSm")
@@ -130,24 +132,32 @@ void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge() { zek_handleMstiN(); }
 void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime() { zek_handleMstiN(); }
 void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay() { zek_handleMstiN(); }
 
+namespace {
+// The thirteen per-field handlers in declaration order (IntxMstiInfo::fieldIndex): notifications
+// dispatch through it by attribute id, and re-pointing replays it whole.
+using Handler = void (IntxInfoChangeSm::ZekMstiN::*)();
+constexpr std::array<Handler, IntxMstiInfo::fieldCount> fieldHandlers = {
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_flags,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_bridgeId,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_portId,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRootBridgeId,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistExtRootPathCost,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_intRootPathCost,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_regionalRootBridgeId,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_remainingHops,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_messageAge,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime,
+    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay,
+};
+
+}  // namespace
+
 void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) {
   if (zekMarkedForDeletion()) return;
-  switch (id) {
-    case IntxMstiInfo::idFlags: zek_handleMstiN_flags(); return;
-    case IntxMstiInfo::idBridgeId: zek_handleMstiN_bridgeId(); return;
-    case IntxMstiInfo::idPortId: zek_handleMstiN_portId(); return;
-    case IntxMstiInfo::idCistRootBridgeId: zek_handleMstiN_cistRootBridgeId(); return;
-    case IntxMstiInfo::idCistExtRootPathCost: zek_handleMstiN_cistExtRootPathCost(); return;
-    case IntxMstiInfo::idCistRegionalRootBridgeId: zek_handleMstiN_cistRegionalRootBridgeId(); return;
-    case IntxMstiInfo::idIntRootPathCost: zek_handleMstiN_intRootPathCost(); return;
-    case IntxMstiInfo::idRegionalRootBridgeId: zek_handleMstiN_regionalRootBridgeId(); return;
-    case IntxMstiInfo::idRemainingHops: zek_handleMstiN_remainingHops(); return;
-    case IntxMstiInfo::idMessageAge: zek_handleMstiN_messageAge(); return;
-    case IntxMstiInfo::idMaxAge: zek_handleMstiN_maxAge(); return;
-    case IntxMstiInfo::idHelloTime: zek_handleMstiN_helloTime(); return;
-    case IntxMstiInfo::idFwdDelay: zek_handleMstiN_fwdDelay(); return;
-    default: return;  // the key, and anything unknown
-  }
+  const int field = IntxMstiInfo::fieldIndex(id);  // -1: the key, or anything unknown
+  if (field >= 0) (this->*fieldHandlers[field])();
 }
 
 void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
@@ -156,23 +166,7 @@ void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface con
   if (!p) return;
   // Re-pointing replays every field as if each had been written; the zombie test is the one a
   // notification would make.
-  using Handler = void (ZekMstiN::*)();
-  static constexpr Handler handlers[] = {
-      &ZekMstiN::zek_handleMstiN_flags,
-      &ZekMstiN::zek_handleMstiN_bridgeId,
-      &ZekMstiN::zek_handleMstiN_portId,
-      &ZekMstiN::zek_handleMstiN_cistRootBridgeId,
-      &ZekMstiN::zek_handleMstiN_cistExtRootPathCost,
-      &ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId,
-      &ZekMstiN::zek_handleMstiN_intRootPathCost,
-      &ZekMstiN::zek_handleMstiN_regionalRootBridgeId,
-      &ZekMstiN::zek_handleMstiN_remainingHops,
-      &ZekMstiN::zek_handleMstiN_messageAge,
-      &ZekMstiN::zek_handleMstiN_maxAge,
-      &ZekMstiN::zek_handleMstiN_helloTime,
-      &ZekMstiN::zek_handleMstiN_fwdDelay,
-  };
-  for (Handler h : handlers) {
+  for (Handler h : fieldHandlers) {
     if (!zekMarkedForDeletion()) (this->*h)();
   }
 }

@@ -79,6 +79,14 @@ class STPTXRX_EXPORT IntxMstiInfo : public Zek::Entity {
   /// True when every attribute but the key is equal.
   bool sameValues(const IntxMstiInfo& o) const;
 
+  /// Number of attributes besides the key.
+  static constexpr int fieldCount = 13;
+  /// Position (0 to 12, declaration order) of the field attribute `id`; -1 for the key and unknown ids.
+  /// Reactors on an entry keep their thirteen per-field handlers in a table in this order.
+  static constexpr int fieldIndex(Zek::AttributeId id) {
+    return id >= idFlags && id <= idFwdDelay ? static_cast<int>(id - idFlags) : -1;
+  }
+
  private:
   friend class IntxInfo;
   explicit IntxMstiInfo(BridgeSystemId key) : key_(key) {}
