@@ -87,8 +87,8 @@ class STPTXRX_EXPORT TxStatusToTxSyncer : public Zek::Owner, public Zek::Initial
     /// `txNewInfo` and `txHelloWhenOn`.
     ///
     /// The destination port is looked up by the full copy only (never created here; the group reactor
-    /// creates it). Invariants: while the destination port is null every handler does nothing and there is
-    /// no record syncer; every record syncer writes into a record of the current destination port (when the
+    /// creates it). Invariants: while the destination port is null every handler does nothing and the full
+    /// copy leaves no record syncer; every record syncer writes into a record of the current destination port (when the
     /// full copy finds another destination port, or none, the record syncers are dropped first).
     class STPTXRX_EXPORT ZekTxMstPortStatusSm : public Zek::Reactor<TxMstPortStatus, ZekTxMstStatusSm>,
                                                 public Zek::Initializable {
@@ -131,9 +131,10 @@ class STPTXRX_EXPORT TxStatusToTxSyncer : public Zek::Owner, public Zek::Initial
       void zek_handleTxMstPortStatus_txHelloWhenOn();
 
       /// Create-or-return of the record syncer of `vlan`. An existing syncer built from another source,
-      /// destination or name raises Zek::MutatorReinstantiatingException naming that argument ("source",
-      /// "dest" or "parentId") and is kept. A new one is built by IntxInfoSyncer::IntxInfoSyncerIs (null
-      /// records: Zek::MutatorArgNullPointerException), inserted and switched on.
+      /// destination or name raises Zek::MutatorReinstantiatingException naming that argument
+      /// ("txInfoSyncer.source", "txInfoSyncer.dest" or "txInfoSyncer.parentId") and is kept. A new one is built by
+      /// IntxInfoSyncer::IntxInfoSyncerIs (null records: Zek::MutatorArgNullPointerException), inserted and switched
+      /// on.
       Zek::Ptr<IntxInfoSyncer> txInfoSyncerIs(const Zek::Ptr<IntxInfo const>& source, const Zek::Ptr<IntxInfo>& dest,
                                               VlanIdOrNone vlan, Zek::String name);
       /// The record syncer of `vlan`, or null.
