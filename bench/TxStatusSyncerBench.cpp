@@ -8,48 +8,21 @@
 //  - teardown of the syncer (the destination stays), with every live count of the syncer types checked to
 //    be back to 0;
 //  - memory per mirrored entry: live heap bytes of the source tree, the destination tree and the syncer
-//    objects, counted by a byte-counting global operator new in this file (switched on only there).
+//    objects, counted by the test support's counting operator new (byte counting switched on only there).
 // The syncer runs with the binary trace on (its default) and off. Text tracing stays off (unless
 // STPTXRX_TRACE switches it on). Times per entry are CPU times.
+#include "support/AllocCounter.h"
+#include "support/TxTreeBuilder.h"
+
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 #include <stptxrx/Stp/StpTxRxCommon.h>
 #include <stptxrx/Stp/StpTxStatusSyncer.h>
 #include <stptxrx/runtime/BinaryTrace.h>
 #include <stptxrx/runtime/TypeRegistry.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <new>
 #include <random>
 #include <vector>
-
-#include "../tests/support/TxTreeBuilder.h"
-
-// ---- byte counting: live heap bytes (usable sizes), while `countingBytes` is on.
-
-namespace {
-bool countingBytes = false;
-std::int64_t liveBytes = 0;
-
-void* countedAlloc(std::size_t size) {
-  void* p = std::malloc(size ? size : 1);
-  if (!p) throw std::bad_alloc();
-  if (countingBytes) liveBytes += static_cast<std::int64_t>(malloc_usable_size(p));
-  return p;
-}
-void countedFree(void* p) noexcept {
-  if (p && countingBytes) liveBytes -= static_cast<std::int64_t>(malloc_usable_size(p));
-  std::free(p);
-}
-}  // namespace
-
-void* operator new(std::size_t size) { return countedAlloc(size); }
-void* operator new[](std::size_t size) { return countedAlloc(size); }
-void operator delete(void* p) noexcept { countedFree(p); }
-void operator delete[](void* p) noexcept { countedFree(p); }
-void operator delete(void* p, std::size_t) noexcept { countedFree(p); }
-void operator delete[](void* p, std::size_t) noexcept { countedFree(p); }
 
 namespace {
 
@@ -250,32 +223,33 @@ void BM_Memory_PerEntry(benchmark::State& state) {
   const unsigned ports = 1024;
   const double entries = double(ports) * instances;
   for (auto _ : state) {
-    liveBytes = 0;
-    countingBytes = true;
+    Zek::test::countBytesIs(true);
+    const std::int64_t start = Zek::test::liveBytes();
+    const auto liveBytes = [start] { return Zek::test::liveBytes() - start; };
     TxStatus::Ptr src = sourceTree(ports);
-    const std::int64_t srcBytes = liveBytes;
+    const std::int64_t srcBytes = liveBytes();
     TxStatus::Ptr dst = TxStatus::TxStatusIs();
     TxStatusToTxSyncer::Ptr syncer = txStatusToTxSyncerFactory(src, dst);
-    const std::int64_t allBytes = liveBytes;
+    const std::int64_t allBytes = liveBytes();
     syncer = nullptr;
-    const std::int64_t syncerBytes = allBytes - liveBytes;
-    const std::int64_t withDest = liveBytes;
+    const std::int64_t syncerBytes = allBytes - liveBytes();
+    const std::int64_t withDest = liveBytes();
     dst = nullptr;
-    const std::int64_t destBytes = withDest - liveBytes;
+    const std::int64_t destBytes = withDest - liveBytes();
     // What stays: the source's notifiee lists keep the capacity they grew when the syncer's reactors
     // registered (one slot per watched entity).
-    const std::int64_t slotBytes = liveBytes - srcBytes;
+    const std::int64_t slotBytes = liveBytes() - srcBytes;
     state.counters["source_B/entry"] = double(srcBytes) / entries;
     state.counters["dest_B/entry"] = double(destBytes) / entries;
     state.counters["syncer_B/entry"] = double(syncerBytes) / entries;
     state.counters["sourceSlots_B/entry"] = double(slotBytes) / entries;
     state.counters["total_B/entry"] = double(allBytes) / entries;
     // Baseline: the destination built by the direct copy.
-    const std::int64_t before = liveBytes;
+    const std::int64_t before = liveBytes();
     TxStatus::Ptr direct = TxStatus::TxStatusIs();
     directCopy(*src, *direct);
-    state.counters["directDest_B/entry"] = double(liveBytes - before) / entries;
-    countingBytes = false;
+    state.counters["directDest_B/entry"] = double(liveBytes() - before) / entries;
+    Zek::test::countBytesIs(false);
     direct = nullptr;
     src = nullptr;
   }
