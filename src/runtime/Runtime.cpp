@@ -7,6 +7,7 @@
 #include <stptxrx/runtime/String.h>
 #include <stptxrx/runtime/TypeRegistry.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -141,14 +142,22 @@ std::int64_t liveObjectCount() {
 // ---- notifiee list and reactors
 
 void NotifieeList::add(NotifieeConst* n) {
-  slots_.push_back(n);
+  if (size_ == capacity_) {
+    // Grows by copying; a dispatch in progress indexes the array afresh on every step.
+    auto* grown = new NotifieeConst*[capacity_ * 2];
+    std::copy(slots_, slots_ + size_, grown);
+    if (slots_ != inline_) delete[] slots_;
+    slots_ = grown;
+    capacity_ *= 2;
+  }
+  slots_[size_++] = n;
   ++live_;
 }
 
 void NotifieeList::remove(NotifieeConst* n) {
-  for (auto& slot : slots_) {
-    if (slot == n) {
-      slot = nullptr;
+  for (std::uint32_t i = 0; i < size_; ++i) {
+    if (slots_[i] == n) {
+      slots_[i] = nullptr;
       --live_;
       holes_ = true;
       break;
@@ -159,7 +168,7 @@ void NotifieeList::remove(NotifieeConst* n) {
 
 void NotifieeList::compact() {
   if (!holes_) return;
-  std::erase(slots_, nullptr);
+  size_ = static_cast<std::uint32_t>(std::remove(slots_, slots_ + size_, nullptr) - slots_);
   holes_ = false;
 }
 
@@ -194,8 +203,8 @@ void NotifieeList::dispatch(const PtrInterface* notifier, AttributeId id, const 
     }
   } depth(this);
   // Reactors added during this dispatch sit beyond `count` and do not receive this notification.
-  const std::size_t count = slots_.size();
-  for (std::size_t i = 0; i < count; ++i) {
+  const std::uint32_t count = size_;
+  for (std::uint32_t i = 0; i < count; ++i) {
     NotifieeConst* n = slots_[i];
     if (!n || !n->hasNotificationActive()) continue;
     DispatchHold holdReactor(n);

@@ -3,7 +3,6 @@
 #include <stptxrx/runtime/Ptr.h>
 
 #include <cstdint>
-#include <vector>
 
 namespace Zek {
 
@@ -21,11 +20,17 @@ class NotifieeConst;
 /// Unregistering during a dispatch clears the slot and the list is compacted when the outermost dispatch
 /// ends; a reactor registered during a dispatch does not receive the notification being delivered. The
 /// dispatcher holds a counted reference on each reactor while it runs it.
+///
+/// The first two slots live inside the list itself: nearly every entity has one or two reactors, so
+/// delivery reaches the reactor without a trip through a separately allocated array.
 class STPTXRX_EXPORT NotifieeList {
  public:
   NotifieeList() = default;
   NotifieeList(const NotifieeList&) = delete;
   NotifieeList& operator=(const NotifieeList&) = delete;
+  ~NotifieeList() {
+    if (slots_ != inline_) delete[] slots_;
+  }
 
   bool empty() const { return live_ == 0; }
   std::size_t size() const { return live_; }
@@ -39,7 +44,11 @@ class STPTXRX_EXPORT NotifieeList {
  private:
   void compact();
 
-  std::vector<NotifieeConst*> slots_;
+  static constexpr std::uint32_t inlineCapacity = 2;
+  NotifieeConst* inline_[inlineCapacity] = {};
+  NotifieeConst** slots_ = inline_;  // inline_ or a heap array of capacity_ slots
+  std::uint32_t size_ = 0;           // slots in use, holes included
+  std::uint32_t capacity_ = inlineCapacity;
   std::uint32_t live_ = 0;
   std::uint32_t depth_ = 0;
   bool holes_ = false;
