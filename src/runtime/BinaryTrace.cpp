@@ -95,7 +95,8 @@ const std::string& messageText(std::uint32_t id) {
 
 void record(std::uint32_t message, std::uint64_t start, std::uint64_t elapsed) noexcept {
   Ring& r = ring();
-  r.records[r.written & (ringSize - 1)] = Record{message, 0, start, elapsed};
+  const auto ticks = static_cast<std::uint32_t>(elapsed > 0xffffffffu ? 0xffffffffu : elapsed);
+  r.records[r.written & (ringSize - 1)] = Record{message, ticks, start};
   ++r.written;
 }
 
