@@ -20,6 +20,7 @@
 #include <stptxrx/runtime/BinaryTrace.h>
 #include <stptxrx/runtime/TypeRegistry.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -194,6 +195,29 @@ BENCHMARK(BM_OneAttribute_DirectBaseline)
     ->Arg(16)
     ->Repetitions(9)
     ->ReportAggregatesOnly(true);
+
+// What one dependent cache miss costs on this machine: a pointer chase through randomly linked cache
+// lines spread over a buffer as large as the mirrored tree. A propagation through the syncer follows at
+// least one such dependent link (source entry -> its reactor -> the destination entry) that the direct
+// baseline does not have, so this figure bounds from below what a cold propagation can cost here.
+void BM_OneAttribute_DependentMissBaseline(benchmark::State& state) {
+  struct alignas(64) Line {
+    Line* next;
+  };
+  const std::size_t lines = static_cast<std::size_t>(state.range(0)) / sizeof(Line);
+  std::vector<Line> buffer(lines);
+  std::vector<std::size_t> order(lines);
+  for (std::size_t i = 0; i < lines; ++i) order[i] = i;
+  std::mt19937_64 rng(7);
+  std::shuffle(order.begin(), order.end(), rng);
+  for (std::size_t i = 0; i < lines; ++i) buffer[order[i]].next = &buffer[order[(i + 1) % lines]];
+  Line* p = &buffer[order[0]];
+  for (auto _ : state) {
+    p = p->next;
+    benchmark::DoNotOptimize(p);
+  }
+}
+BENCHMARK(BM_OneAttribute_DependentMissBaseline)->ArgName("bytes")->Arg(32 << 20)->Repetitions(9)->ReportAggregatesOnly(true);
 
 // ---- teardown
 
