@@ -4,8 +4,7 @@
 //    structs (what the copy costs beyond moving the data);
 //  - copyIntxInfo onto an empty record (entries created, then released with the record), beside
 //    building the same record by direct setter calls (what the copy costs beyond creating the entries).
-// When the allocation counter of the test support is on the include path (and linked), heap allocations
-// per iteration are reported as "allocs/iter"; the equal case is expected to allocate nothing.
+// Heap allocations per iteration are reported as "allocs/iter"; the equal case allocates nothing.
 #include <stptxrx/Stp/StpTxRxCommon.h>
 
 #include <benchmark/benchmark.h>
@@ -13,30 +12,13 @@
 #include <array>
 #include <cstdint>
 
-#if __has_include("support/AllocCounter.h")
-#include "support/AllocCounter.h"
-#define STPTXRX_BENCH_COUNTS_ALLOCATIONS 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
 using namespace StpTxRx;
 
-class AllocationsPerIteration {
- public:
-#ifdef STPTXRX_BENCH_COUNTS_ALLOCATIONS
-  AllocationsPerIteration() : start_(Zek::test::allocations()) {}
-  void report(benchmark::State& state) const {
-    state.counters["allocs/iter"] = benchmark::Counter(static_cast<double>(Zek::test::allocations() - start_),
-                                                      benchmark::Counter::kAvgIterations);
-  }
-
- private:
-  std::uint64_t start_;
-#else
-  void report(benchmark::State&) const {}
-#endif
-};
+using StpTxRx::bench::AllocationsPerIteration;
 
 constexpr std::uint16_t entryCount = 65;
 

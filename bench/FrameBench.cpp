@@ -2,9 +2,8 @@
 //  - generatePktFromIntxInfo on a warm packet pool, beside a bare encode of the same 53 octets (same
 //    record, same packed views) into a stack buffer;
 //  - StpTxRxGetPkt for a 36-octet body, beside writing the same 17 header octets into a stack buffer.
-// Text tracing stays off (unless STPTXRX_TRACE switches it on). When the allocation counter of the test
-// support is on the include path (and linked), heap allocations per iteration are reported as
-// "allocs/iter"; the expected figure once the pool is warm is 0.
+// Text tracing stays off (unless STPTXRX_TRACE switches it on). Heap allocations per iteration are
+// reported as "allocs/iter"; the expected figure once the pool is warm is 0.
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/net/Pkt.h>
 
@@ -12,30 +11,13 @@
 
 #include <cstdint>
 
-#if __has_include("support/AllocCounter.h")
-#include "support/AllocCounter.h"
-#define STPTXRX_BENCH_COUNTS_ALLOCATIONS 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
 using namespace StpTxRx;
 
-class AllocationsPerIteration {
- public:
-#ifdef STPTXRX_BENCH_COUNTS_ALLOCATIONS
-  AllocationsPerIteration() : start_(Zek::test::allocations()) {}
-  void report(benchmark::State& state) const {
-    state.counters["allocs/iter"] = benchmark::Counter(static_cast<double>(Zek::test::allocations() - start_),
-                                                      benchmark::Counter::kAvgIterations);
-  }
-
- private:
-  std::uint64_t start_;
-#else
-  void report(benchmark::State&) const {}
-#endif
-};
+using StpTxRx::bench::AllocationsPerIteration;
 
 const Nelk::EthAddr portMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x07);
 

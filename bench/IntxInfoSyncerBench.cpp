@@ -3,8 +3,8 @@
 //    off), beside the same source write followed by a direct field copy through one virtual call;
 //  - the construction (and release) of a syncer over a record with 65 entries, beside building the same
 //    destination by direct setter calls.
-// Text tracing stays off (unless STPTXRX_TRACE switches it on). When the allocation counter of the test
-// support is on the include path, heap allocations per iteration are reported as "allocs/iter".
+// Text tracing stays off (unless STPTXRX_TRACE switches it on). Heap allocations per iteration are
+// reported as "allocs/iter".
 #include <stptxrx/Stp/IntxInfoSyncer.h>
 #include <stptxrx/runtime/BinaryTrace.h>
 
@@ -12,30 +12,13 @@
 
 #include <cstdint>
 
-#if __has_include("support/AllocCounter.h")
-#include "support/AllocCounter.h"
-#define STPTXRX_BENCH_COUNTS_ALLOCATIONS 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
 using namespace StpTxRx;
 
-class AllocationsPerIteration {
- public:
-#ifdef STPTXRX_BENCH_COUNTS_ALLOCATIONS
-  AllocationsPerIteration() : start_(Zek::test::allocations()) {}
-  void report(benchmark::State& state) const {
-    state.counters["allocs/iter"] = benchmark::Counter(static_cast<double>(Zek::test::allocations() - start_),
-                                                      benchmark::Counter::kAvgIterations);
-  }
-
- private:
-  std::uint64_t start_;
-#else
-  void report(benchmark::State&) const {}
-#endif
-};
+using StpTxRx::bench::AllocationsPerIteration;
 
 void fillEntry(IntxMstiInfo& e, std::uint16_t k) {
   const auto v = static_cast<std::uint8_t>(k);

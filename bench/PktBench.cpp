@@ -1,7 +1,6 @@
 // Packet costs beside a baseline in the same binary: taking a packet from a warm pool, prepending 53
 // octets of head data, filling them and releasing the packet, beside filling 53 octets of a stack
-// buffer. When the allocation counter of the test support is on the include path (and linked), heap
-// allocations per packet are reported as "allocs/iter"; with a warm pool the figure is 0.
+// buffer. Heap allocations per packet are reported as "allocs/iter"; with a warm pool the figure is 0.
 #include <stptxrx/net/Pkt.h>
 
 #include <benchmark/benchmark.h>
@@ -10,28 +9,11 @@
 #include <cstdint>
 #include <cstring>
 
-#if __has_include("support/AllocCounter.h")
-#include "support/AllocCounter.h"
-#define STPTXRX_BENCH_COUNTS_ALLOCATIONS 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
-class AllocationsPerIteration {
- public:
-#ifdef STPTXRX_BENCH_COUNTS_ALLOCATIONS
-  AllocationsPerIteration() : scope_() {}
-  void report(benchmark::State& state) const {
-    state.counters["allocs/iter"] =
-        benchmark::Counter(static_cast<double>(scope_.count()), benchmark::Counter::kAvgIterations);
-  }
-
- private:
-  Zek::test::AllocScope scope_;
-#else
-  void report(benchmark::State&) const {}
-#endif
-};
+using StpTxRx::bench::AllocationsPerIteration;
 
 constexpr std::size_t frameSize = 53;  // link header (17) + RST BPDU body (36)
 

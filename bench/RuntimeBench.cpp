@@ -3,8 +3,7 @@
 //    beside a bare virtual call of the same handler;
 //  - a counted pointer copy with plain and with atomic counts, beside a raw pointer copy;
 //  - a text trace whose level is off, beside an empty loop (target: about 1 ns, no allocation).
-// When the allocation counter of the test support is on the include path (and linked), heap
-// allocations per iteration are reported as "allocs/iter"; every figure here should be 0.
+// Heap allocations per iteration are reported as "allocs/iter"; every figure here should be 0.
 #include <stptxrx/runtime/Entity.h>
 #include <stptxrx/runtime/Notifiee.h>
 #include <stptxrx/runtime/Ptr.h>
@@ -14,28 +13,11 @@
 
 #include <cstdint>
 
-#if __has_include("support/AllocCounter.h")
-#include "support/AllocCounter.h"
-#define STPTXRX_BENCH_COUNTS_ALLOCATIONS 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
-class AllocationsPerIteration {
- public:
-#ifdef STPTXRX_BENCH_COUNTS_ALLOCATIONS
-  AllocationsPerIteration() : scope_() {}
-  void report(benchmark::State& state) const {
-    state.counters["allocs/iter"] =
-        benchmark::Counter(static_cast<double>(scope_.count()), benchmark::Counter::kAvgIterations);
-  }
-
- private:
-  Zek::test::AllocScope scope_;
-#else
-  void report(benchmark::State&) const {}
-#endif
-};
+using StpTxRx::bench::AllocationsPerIteration;
 
 class Gauge : public Zek::Entity {
  public:

@@ -5,8 +5,8 @@
 //    records of the same size;
 //  - one bpduCount write propagated to the destination port (binary trace on and off); beside the same
 //    write on an unwatched port followed by a direct setter call on the destination.
-// Text tracing stays off (unless STPTXRX_TRACE switches it on). When the allocation counter of the test
-// support is on the include path, heap allocations per iteration are reported as "allocs/iter".
+// Text tracing stays off (unless STPTXRX_TRACE switches it on). Heap allocations per iteration are
+// reported as "allocs/iter".
 #include <stptxrx/Stp/StpRxStatusSyncer.h>
 #include <stptxrx/Stp/StpTxRxCommon.h>
 #include <stptxrx/Stp/TxStatusToRxSyncer.h>
@@ -17,10 +17,7 @@
 #include <cstdint>
 #include <string>
 
-#if __has_include("support/AllocCounter.h")
-#include "support/AllocCounter.h"
-#define STPTXRX_BENCH_COUNTS_ALLOCATIONS 1
-#endif
+#include "BenchSupport.h"
 
 namespace {
 
@@ -30,21 +27,7 @@ constexpr int kPorts = 1024;
 constexpr std::uint16_t kEntries = 65;
 const VlanIdOrNone kVlan(10);
 
-class AllocationsPerIteration {
- public:
-#ifdef STPTXRX_BENCH_COUNTS_ALLOCATIONS
-  AllocationsPerIteration() : start_(Zek::test::allocations()) {}
-  void report(benchmark::State& state) const {
-    state.counters["allocs/iter"] = benchmark::Counter(static_cast<double>(Zek::test::allocations() - start_),
-                                                      benchmark::Counter::kAvgIterations);
-  }
-
- private:
-  std::uint64_t start_;
-#else
-  void report(benchmark::State&) const {}
-#endif
-};
+using StpTxRx::bench::AllocationsPerIteration;
 
 void fillRecord(IntxInfo& r) {
   r.neighborAddrIs(Nelk::EthAddr(0, 0x1c, 0x73, 0, 0, 1));
