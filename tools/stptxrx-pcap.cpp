@@ -33,7 +33,7 @@ void usage(std::ostream& os) {
         "\n"
         "Options:\n"
         "  --sample NAME     add a built-in sample record (repeatable); see --list\n"
-        "  --record SPEC     add a record from comma-separated FIELD=VALUE items (repeatable); fields not\n"
+        "  --record ITEMS    add a record from comma-separated FIELD=VALUE items (repeatable); fields not\n"
         "                    given keep the values of the 'golden' sample:\n"
         "                      flags=0x3c                      flags octet\n"
         "                      root=32768/1/00:11:22:33:44:55  root identifier: priority/extension/MAC\n"
@@ -98,12 +98,12 @@ std::optional<Stp::PortId> portId(std::string_view text) {
   return Stp::PortId(static_cast<std::uint8_t>(*prio), static_cast<std::uint16_t>(*num));
 }
 
-std::optional<CistValues> recordSpec(std::string_view spec, std::string& error) {
+std::optional<CistValues> parseRecord(std::string_view items, std::string& error) {
   CistValues v = StpTxRx::tools::goldenCist();
-  while (!spec.empty()) {
-    std::size_t comma = spec.find(',');
-    std::string_view item = spec.substr(0, comma);
-    spec = comma == std::string_view::npos ? std::string_view() : spec.substr(comma + 1);
+  while (!items.empty()) {
+    std::size_t comma = items.find(',');
+    std::string_view item = items.substr(0, comma);
+    items = comma == std::string_view::npos ? std::string_view() : items.substr(comma + 1);
     std::size_t eq = item.find('=');
     if (eq == std::string_view::npos) {
       error = "expected FIELD=VALUE, got '" + std::string(item) + "'";
@@ -193,10 +193,10 @@ int main(int argc, char** argv) {
       }
       if (!found) return fail("no sample named '" + std::string(*name) + "' (see --list)");
     } else if (arg == "--record") {
-      auto spec = operand();
-      if (!spec) return fail("--record needs a specification");
+      auto items = operand();
+      if (!items) return fail("--record needs FIELD=VALUE,...");
       std::string error;
-      auto v = recordSpec(*spec, error);
+      auto v = parseRecord(*items, error);
       if (!v) return fail("--record: " + error);
       records.push_back(*v);
     } else if (arg == "--src") {
