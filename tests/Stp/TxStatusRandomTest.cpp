@@ -20,7 +20,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "support/LiveCounts.h"
 #include "support/RecordingReactor.h"
@@ -29,11 +28,7 @@
 namespace StpTxRx {
 namespace {
 
-using test::mirrorDiff;
-using test::MirrorExceptions;
 using test::PortKey;
-using Zek::test::LiveCounts;
-using Zek::test::RecordingReactor;
 
 constexpr const char* groupNames[] = {"g0", "g1", "g2"};
 constexpr const char* intfNames[] = {"Ethernet1", "Ethernet2", "Ethernet3/1", "PortChannel7"};
@@ -44,7 +39,7 @@ constexpr std::uint16_t instanceKeys[] = {0, 1, 5, 64};
 struct Mirror {
   Zek::Ptr<TxStatus> dst = TxStatus::TxStatusIs();
   TxStatusToTxSyncer::Ptr syncer;
-  MirrorExceptions ex;
+  test::MirrorExceptions ex;
 };
 
 class RandomRun {
@@ -54,17 +49,13 @@ class RandomRun {
   void run() {
     // A writer ahead of the syncers: when asked, it fills a new group as soon as it appears, so that the
     // syncers first see the group with ports in it.
-    filler_ = RecordingReactor::RecordingReactorIs(src_);
-    filler_->actionIs([this](Zek::AttributeId id, const void* key) { fill(id, key); });
+    auto filler = Zek::test::RecordingReactor::RecordingReactorIs(src_);
+    filler->actionIs([this](Zek::AttributeId id, const void* key) { fill(id, key); });
     main_.syncer = txStatusToTxSyncerFactory(src_, main_.dst);
     check("construction");
     for (step_ = 0; step_ < operations_ && !::testing::Test::HasFailure(); ++step_) {
-      const std::string what = operate();
-      for (const Mirror* m : {&main_, &late_}) {
-        uncopiedSeen_ |= m->syncer && !m->ex.uncopiedPorts.empty();
-        staleSeen_ |= m->syncer && !m->ex.staleTxUpdate.empty();
-      }
-      filler_->clear();
+      const std::string what = perform(pickOp());
+      filler->clear();
       check(what);
     }
     if (operations_ >= 20000) {
@@ -73,54 +64,48 @@ class RandomRun {
       EXPECT_TRUE(staleSeen_) << "seed " << seed_ << ": no full copy ever left a stale counter";
     }
     Zek::notifyEqualWrites_ = false;
-    main_.syncer = nullptr;
-    late_.syncer = nullptr;
-    filler_ = nullptr;
   }
 
  private:
-  std::uint32_t below(std::uint32_t n) { return std::uniform_int_distribution<std::uint32_t>(0, n - 1)(rng_); }
+  std::uint32_t below(std::size_t n) {
+    return std::uniform_int_distribution<std::uint32_t>(0, static_cast<std::uint32_t>(n - 1))(rng_);
+  }
   bool chance(std::uint32_t percent) { return below(100) < percent; }
   template <class T, std::size_t N>
   const T& any(const T (&pool)[N]) {
     return pool[below(N)];
   }
+  std::uint8_t small() { return static_cast<std::uint8_t>(below(3)); }
 
-  /// The k-th key of a collection view, k random; nothing when it is empty.
+  /// The key of a random member of a collection view; nothing when it is empty.
   template <class View>
   std::optional<typename View::key_type> pick(const View& view) {
-    if (view.size() == 0) return std::nullopt;
-    std::uint32_t k = below(static_cast<std::uint32_t>(view.size()));
+    std::uint32_t k = view.size() ? below(view.size()) : 0;
     for (const auto& [key, member] : view) {
       if (k-- == 0) return key;
     }
     return std::nullopt;
   }
-
+  // A random member at each level (null when there is none); anyGroup() remembers its group in group_.
   Zek::Ptr<TxMstStatus> anyGroup() {
     auto name = pick(src_->txMstStatus());
-    return name ? src_->txMstStatus(*name) : nullptr;
+    return group_ = name ? src_->txMstStatus(*name) : nullptr;
   }
-  Zek::Ptr<TxMstPortStatus> anyPort(Zek::Ptr<TxMstStatus>* groupOut = nullptr) {
+  Zek::Ptr<TxMstPortStatus> anyPort() {
     Zek::Ptr<TxMstStatus> g = anyGroup();
-    if (groupOut) *groupOut = g;
-    if (!g) return nullptr;
-    auto intf = pick(g->txMstPortStatus());
+    auto intf = g ? pick(g->txMstPortStatus()) : std::nullopt;
     return intf ? g->txMstPortStatus(*intf) : nullptr;
   }
   Zek::Ptr<IntxInfo> anyRecord() {
     Zek::Ptr<TxMstPortStatus> p = anyPort();
-    if (!p) return nullptr;
-    auto vlan = pick(p->txInfo());
+    auto vlan = p ? pick(p->txInfo()) : std::nullopt;
     return vlan ? p->txInfo(*vlan) : nullptr;
   }
   Zek::Ptr<IntxMstiInfo> anyEntry() {
     Zek::Ptr<IntxInfo> r = anyRecord();
-    if (!r) return nullptr;
-    auto key = pick(r->mstiN());
+    auto key = r ? pick(r->mstiN()) : std::nullopt;
     return key ? r->mstiN(*key) : nullptr;
   }
-  std::uint8_t small() { return static_cast<std::uint8_t>(below(3)); }
 
   void fill(Zek::AttributeId id, const void* key) {
     if (!fillNext_ || id != TxStatus::idTxMstStatus || !key) return;
@@ -137,10 +122,11 @@ class RandomRun {
     }
   }
 
-  /// Exceptions after a full copy of `m` (optionally of one group only) that is about to run on the
-  /// current source and destination: no port stays uncopied; a destination port keeps the counters the
-  /// source lacks exactly when their number equals the number of the source's zero counters.
+  /// Exceptions after a full copy of `m` (of one group only when `onlyGroup` is given) that is about to run
+  /// on the current source and destination: no port stays uncopied; a destination port keeps the counters
+  /// the source lacks exactly when their number equals the number of the source's zero counters.
   void fullCopyAhead(Mirror& m, const Zek::Name* onlyGroup = nullptr) {
+    if (!onlyGroup) m.ex = {};
     for (const auto& [name, sg] : src_->txMstStatus()) {
       if (onlyGroup && !(name == *onlyGroup)) continue;
       Zek::Ptr<TxMstStatus const> dg = m.dst->txMstStatus(name);
@@ -156,39 +142,33 @@ class RandomRun {
         }
         std::size_t zeros = 0;
         for (const auto& [vlan, value] : sp->txUpdate()) zeros += value == 0;
-        if (!extra.empty() && extra.size() == zeros) m.ex.staleTxUpdate[key] = extra;
+        if (!extra.empty() && extra.size() == zeros) {
+          m.ex.staleTxUpdate[key] = extra;
+          staleSeen_ = true;
+        }
       }
-    }
-    if (!onlyGroup) {
-      m.ex.uncopiedPorts.clear();
-      // Exceptions of ports that the full copy deletes go with them.
-      std::erase_if(m.ex.staleTxUpdate, [&](const auto& e) {
-        Zek::Ptr<TxMstStatus const> g = src_->txMstStatus(Zek::Name(e.first.first));
-        return !g || !g->txMstPortStatus(IntfId(Zek::String(e.first.second)));
-      });
     }
   }
 
   /// Drops the exceptions of ports that left the source.
   void forgetRemovedPorts() {
+    const auto gone = [&](const PortKey& k) {
+      Zek::Ptr<TxMstStatus const> g = src_->txMstStatus(Zek::Name(k.first));
+      return !g || !g->txMstPortStatus(IntfId(Zek::String(k.second)));
+    };
     for (Mirror* m : {&main_, &late_}) {
-      auto gone = [&](const PortKey& k) {
-        Zek::Ptr<TxMstStatus const> g = src_->txMstStatus(Zek::Name(k.first));
-        return !g || !g->txMstPortStatus(IntfId(Zek::String(k.second)));
-      };
-      if (!m->syncer) continue;
       std::erase_if(m->ex.uncopiedPorts, gone);
       std::erase_if(m->ex.staleTxUpdate, [&](const auto& e) { return gone(e.first); });
     }
   }
 
-  /// One operation, chosen by the weights of `weights` (percent per case of perform()).
-  std::string operate() {
-    static constexpr std::uint32_t weights[] = {3, 1, 10, 0, 2, 8, 3, 8, 3, 10, 0, 20, 0, 0, 18, 0, 6, 2, 3, 3};
+  /// A random operation number for perform(), by the weights (percent) of its cases.
+  int pickOp() {
+    static constexpr std::uint32_t weights[] = {3, 1, 10, 2, 8, 3, 8, 3, 10, 20, 18, 6, 2, 3, 3};
     std::uint32_t r = below(100);
     int op = 0;
     while (r >= weights[op]) r -= weights[op++];
-    return perform(op);
+    return op;
   }
 
   /// Operation `op`; one that needs a member where there is none adds one instead.
@@ -196,16 +176,15 @@ class RandomRun {
     switch (op) {
       case 0: {  // add a group (re-using names), sometimes filled as it appears
         const char* name = any(groupNames);
-        const bool filled = !src_->txMstStatus(name) && chance(40);
-        fillNext_ = filled;
+        fillNext_ = !src_->txMstStatus(name) && chance(40);
+        const bool filled = fillNext_;
         src_->txMstStatusIs(name);
         fillNext_ = false;
-        if (filled) {
-          for (Mirror* m : {&main_, &late_}) {
-            if (!m->syncer) continue;
-            for (const auto& [intf, p] : src_->txMstStatus(name)->txMstPortStatus()) {
-              m->ex.uncopiedPorts.insert(PortKey(name, intf.name().str()));
-            }
+        for (Mirror* m : {&main_, &late_}) {
+          if (!filled || !m->syncer) continue;
+          for (const auto& [intf, p] : src_->txMstStatus(name)->txMstPortStatus()) {
+            m->ex.uncopiedPorts.insert(PortKey(name, intf.name().str()));
+            uncopiedSeen_ = true;
           }
         }
         return std::string("txMstStatusIs ") + name + (filled ? " (filled)" : "");
@@ -216,137 +195,57 @@ class RandomRun {
         forgetRemovedPorts();
         return std::string("txMstStatusDel ") + name;
       }
-      case 2:
-      case 3: {  // add a port
-        Zek::Ptr<TxMstStatus> g = anyGroup();
-        if (!g) return perform(0);
+      case 2: {  // add a port
+        if (!anyGroup()) return perform(0);
         const char* intf = any(intfNames);
-        g->txMstPortStatusIs(IntfId(intf));
-        return "txMstPortStatusIs " + g->name().str() + "|" + intf;
+        group_->txMstPortStatusIs(IntfId(intf));
+        return "txMstPortStatusIs " + group_->name().str() + "|" + intf;
       }
-      case 4: {  // remove a port
-        Zek::Ptr<TxMstStatus> g;
-        Zek::Ptr<TxMstPortStatus> p = anyPort(&g);
+      case 3: {  // remove a port
+        Zek::Ptr<TxMstPortStatus> p = anyPort();
         if (!p) return perform(2);
-        g->txMstPortStatusDel(p->intfId());
+        group_->txMstPortStatusDel(p->intfId());
         forgetRemovedPorts();
-        return "txMstPortStatusDel " + p->intfId().name().str();
+        return "txMstPortStatusDel " + group_->name().str() + "|" + p->intfId().name().str();
       }
-      case 5: {  // add a record
+      case 4:
+      case 5: {  // add or remove a record
         Zek::Ptr<TxMstPortStatus> p = anyPort();
         if (!p) return perform(2);
         const std::uint16_t vlan = any(vlans);
+        if (op == 5) return p->txInfoDel(vlan), "txInfoDel " + std::to_string(vlan);
         Zek::Ptr<IntxInfo> r = p->txInfoIs(vlan);
         if (chance(50)) test::fillRecord(*r, below(4));
         return "txInfoIs " + std::to_string(vlan);
       }
-      case 6: {  // remove a record
-        Zek::Ptr<TxMstPortStatus> p = anyPort();
-        if (!p) return perform(2);
-        const std::uint16_t vlan = any(vlans);
-        p->txInfoDel(vlan);
-        return "txInfoDel " + std::to_string(vlan);
-      }
-      case 7: {  // add an entry
+      case 6:
+      case 7: {  // add or remove an entry
         Zek::Ptr<IntxInfo> r = anyRecord();
-        if (!r) return perform(5);
+        if (!r) return perform(4);
         const std::uint16_t key = any(instanceKeys);
+        if (op == 7) return r->mstiNDel(key), "mstiNDel " + std::to_string(key);
         Zek::Ptr<IntxMstiInfo> e = r->mstiNIs(key);
         if (chance(50)) test::fillEntry(*e, below(4));
         return "mstiNIs " + std::to_string(key);
       }
-      case 8: {  // remove an entry
+      case 8: {  // one record-level attribute, equal values included
         Zek::Ptr<IntxInfo> r = anyRecord();
-        if (!r) return perform(5);
-        const std::uint16_t key = any(instanceKeys);
-        r->mstiNDel(key);
-        return "mstiNDel " + std::to_string(key);
+        if (!r) return perform(4);
+        const std::uint32_t attribute = below(6);
+        test::fillRecord(*r, small(), 1u << attribute);
+        return "record attribute " + std::to_string(attribute);
       }
-      case 9:
-      case 10: {  // one record-level attribute, equal values included
-        Zek::Ptr<IntxInfo> r = anyRecord();
-        if (!r) return perform(5);
-        const std::uint8_t v = small();
-        switch (below(6)) {
-          case 0:
-            r->neighborAddrIs(Nelk::EthAddr(0, 0, 0, 0, 0, v));
-            return "neighborAddrIs";
-          case 1:
-            r->stpVersionIs(StpBpduVersion{v});
-            return "stpVersionIs";
-          case 2:
-            r->intxInfoTypeIs(StpBpduType{v});
-            return "intxInfoTypeIs";
-          case 3:
-            r->configRevisionLevelIs(v);
-            return "configRevisionLevelIs";
-          case 4:
-            r->configNameStringIs(Zek::String(std::string(v, 'n')));
-            return "configNameStringIs";
-          default: {
-            MstpConfigDigest d;
-            d.octets[15] = v;
-            r->configDigestIs(d);
-            return "configDigestIs";
-          }
-        }
-      }
-      case 11:
-      case 12:
-      case 13: {  // one entry attribute, equal values included
+      case 9: {  // one entry attribute, equal values included
         Zek::Ptr<IntxMstiInfo> e = anyEntry();
-        if (!e) return perform(7);
-        const std::uint8_t v = small();
-        const BridgeId id{v, 0, Nelk::EthAddr(0, 0, 0, 0, 0, v)};
-        switch (below(13)) {
-          case 0:
-            e->flagsIs(RstpBpduFlags{v});
-            return "flagsIs";
-          case 1:
-            e->bridgeIdIs(id);
-            return "bridgeIdIs";
-          case 2:
-            e->portIdIs(PortId(v, v));
-            return "portIdIs";
-          case 3:
-            e->cistRootBridgeIdIs(id);
-            return "cistRootBridgeIdIs";
-          case 4:
-            e->cistExtRootPathCostIs(v);
-            return "cistExtRootPathCostIs";
-          case 5:
-            e->cistRegionalRootBridgeIdIs(id);
-            return "cistRegionalRootBridgeIdIs";
-          case 6:
-            e->intRootPathCostIs(v);
-            return "intRootPathCostIs";
-          case 7:
-            e->regionalRootBridgeIdIs(id);
-            return "regionalRootBridgeIdIs";
-          case 8:
-            e->remainingHopsIs(v);
-            return "remainingHopsIs";
-          case 9:
-            e->messageAgeIs(TimerVal(0, v));
-            return "messageAgeIs";
-          case 10:
-            e->maxAgeIs(TimerVal(0, v));
-            return "maxAgeIs";
-          case 11:
-            e->helloTimeIs(TimerVal(0, v));
-            return "helloTimeIs";
-          default:
-            e->fwdDelayIs(TimerVal(0, v));
-            return "fwdDelayIs";
-        }
+        if (!e) return perform(6);
+        const std::uint32_t attribute = below(13);
+        test::fillEntry(*e, small(), 1u << attribute);
+        return "entry attribute " + std::to_string(attribute);
       }
-      case 14:
-      case 15: {  // a counter, zeros and equal values included
-        Zek::Ptr<TxMstStatus> g;
-        Zek::Ptr<TxMstPortStatus> p = anyPort(&g);
+      case 10: {  // a counter, zeros and equal values included
+        Zek::Ptr<TxMstPortStatus> p = anyPort();
         if (!p) return perform(2);
         const std::uint16_t vlan = any(vlans);
-        const PortKey key(g->name().str(), p->intfId().name().str());
         if (chance(25)) {
           p->txUpdateDel(vlan);  // an absent counter is not announced, so a stale one stays
           return "txUpdateDel " + std::to_string(vlan);
@@ -354,34 +253,28 @@ class RandomRun {
         const std::uint32_t value = below(3);
         p->txUpdateIs(vlan, value);
         for (Mirror* m : {&main_, &late_}) {
-          if (!m->syncer) continue;
-          if (auto it = m->ex.staleTxUpdate.find(key); it != m->ex.staleTxUpdate.end()) it->second.erase(vlan);
+          auto it = m->ex.staleTxUpdate.find(PortKey(group_->name().str(), p->intfId().name().str()));
+          if (it != m->ex.staleTxUpdate.end()) it->second.erase(vlan);
         }
         return "txUpdateIs " + std::to_string(vlan) + " " + std::to_string(value);
       }
-      case 16: {  // port scalars
+      case 11: {  // port scalars
         Zek::Ptr<TxMstPortStatus> p = anyPort();
         if (!p) return perform(2);
-        if (chance(50)) {
-          p->txNewInfoIs(below(3));
-          return "txNewInfoIs";
-        }
-        p->txHelloWhenOnIs(TimerVal(0, small()));
-        return "txHelloWhenOnIs";
+        if (chance(50)) return p->txNewInfoIs(below(3)), "txNewInfoIs";
+        return p->txHelloWhenOnIs(TimerVal(0, small())), "txHelloWhenOnIs";
       }
-      case 17:
-        src_->heartbeatTimeoutIs(0.5 * below(3));
-        return "heartbeatTimeoutIs";
-      case 18: {  // a full copy re-run, of the whole tree or of one group
+      case 12:
+        return src_->heartbeatTimeoutIs(0.5 * below(3)), "heartbeatTimeoutIs";
+      case 13: {  // a full copy re-run, of the whole tree or of one group
         Mirror& m = late_.syncer && chance(50) ? late_ : main_;
         if (chance(50)) {
           fullCopyAhead(m);
           m.syncer->handleInitialized();
           return "handleInitialized";
         }
-        Zek::Ptr<TxMstStatus> g = anyGroup();
-        if (!g) return perform(0);
-        const Zek::Name name = g->name();
+        if (!anyGroup()) return perform(0);
+        const Zek::Name name = group_->name();
         fullCopyAhead(m, &name);
         m.syncer->zekTxMstStatusSm(name)->handleInitialized();
         return "ZekTxMstStatusSm::handleInitialized " + name.str();
@@ -401,9 +294,8 @@ class RandomRun {
       if (!chance(10)) return "nothing";
       late_.syncer = nullptr;
       // Destroying the syncer leaves its destination exactly as it was (the source has not moved yet).
-      const std::string diff = mirrorDiff(*src_, *late_.dst, late_.ex);
-      EXPECT_EQ(diff, "") << "destination changed by the syncer's destruction (seed " << seed_ << ", step " << step_
-                          << ")";
+      EXPECT_EQ(test::mirrorDiff(*src_, *late_.dst, late_.ex), "")
+          << "destination changed by the syncer's destruction (seed " << seed_ << ", step " << step_ << ")";
       return "late syncer destroyed";
     }
     if (!chance(20)) return "nothing";
@@ -415,9 +307,8 @@ class RandomRun {
   }
 
   void check(const std::string& what) {
-    for (Mirror* m : {&main_, &late_}) {
-      if (!m->syncer) continue;
-      const std::string diff = mirrorDiff(*src_, *m->dst, m->ex);
+    for (const Mirror* m : {&main_, &late_}) {
+      const std::string diff = m->syncer ? test::mirrorDiff(*src_, *m->dst, m->ex) : "";
       if (!diff.empty()) {
         ADD_FAILURE() << "seed " << seed_ << ", step " << step_ << " (" << what << "), "
                       << (m == &main_ ? "main" : "late") << " syncer:\n"
@@ -432,9 +323,9 @@ class RandomRun {
   std::uint64_t step_ = 0;
   std::mt19937 rng_;
   Zek::Ptr<TxStatus> src_ = TxStatus::TxStatusIs();
+  Zek::Ptr<TxMstStatus> group_;
   Mirror main_;
   Mirror late_;
-  Zek::Ptr<RecordingReactor> filler_;
   bool fillNext_ = false;
   bool uncopiedSeen_ = false;
   bool staleSeen_ = false;
@@ -451,11 +342,8 @@ TEST_P(TxStatusRandomTest, DestinationsFollowTheSourceThroughRandomOperations) {
   const std::uint32_t seed = static_cast<std::uint32_t>(envNumber("STPTXRX_RANDOM_SEED", GetParam()));
   if (std::getenv("STPTXRX_RANDOM_SEED") && GetParam() != 1) GTEST_SKIP() << "one seed given";
   SCOPED_TRACE("seed " + std::to_string(seed));
-  LiveCounts before;
-  {
-    RandomRun run(seed, envNumber("STPTXRX_RANDOM_OPS", 25000));
-    run.run();
-  }
+  Zek::test::LiveCounts before;
+  RandomRun(seed, envNumber("STPTXRX_RANDOM_OPS", 25000)).run();
   EXPECT_TRUE(before.unchanged()) << "seed " << seed << ": everything released";
 }
 

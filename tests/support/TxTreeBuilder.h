@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -13,43 +12,37 @@
 
 namespace StpTxRx::test {
 
-/// `prefix` followed by `n` in decimal ("Ethernet" 3 -> "Ethernet3").
-inline Zek::String numbered(const char* prefix, unsigned n) {
-  std::string s(prefix);
-  s.append(std::to_string(n));
-  return Zek::String(s);
-}
-
-/// Writes every attribute of an instance entry with values derived from `seed`: two different seeds give
-/// different values in every attribute (modulo the attribute's width), so a missed copy shows.
-inline void fillEntry(IntxMstiInfo& e, std::uint32_t seed) {
+/// Writes the attributes of an instance entry selected by `mask` (bit k: the k-th of the thirteen, in
+/// declaration order) with values derived from `seed`: two different seeds give different values in every
+/// attribute (modulo its width), so a missed copy shows.
+inline void fillEntry(IntxMstiInfo& e, std::uint32_t seed, std::uint32_t mask = ~0u) {
   const auto b = [seed](unsigned k) { return static_cast<std::uint8_t>(seed * 7u + k); };
-  e.flagsIs(RstpBpduFlags{b(1)});
-  e.bridgeIdIs(BridgeId{static_cast<std::uint16_t>(0x1000u * (seed % 16u)), b(2), Nelk::EthAddr(0, 1, 2, 3, 4, b(3))});
-  e.portIdIs(PortId(b(4), static_cast<std::uint16_t>(seed + 5u)));
-  e.cistRootBridgeIdIs(BridgeId{b(6), b(7), Nelk::EthAddr(b(8), 0, 0, 0, 0, 1)});
-  e.cistExtRootPathCostIs(seed * 1000u + 9u);
-  e.cistRegionalRootBridgeIdIs(BridgeId{b(10), 0, Nelk::EthAddr(0, 0, 0, 0, b(11), 2)});
-  e.intRootPathCostIs(seed * 100u + 12u);
-  e.regionalRootBridgeIdIs(BridgeId{b(13), 1, Nelk::EthAddr(0, 0, 0, b(14), 0, 3)});
-  e.remainingHopsIs(b(15));
-  e.messageAgeIs(TimerVal(b(16), 0));
-  e.maxAgeIs(TimerVal(b(17), 1));
-  e.helloTimeIs(TimerVal(b(18), 2));
-  e.fwdDelayIs(TimerVal(b(19), 3));
+  if (mask & 1u << 0) e.flagsIs(RstpBpduFlags{b(1)});
+  if (mask & 1u << 1) e.bridgeIdIs(BridgeId{std::uint16_t(0x1000u * (seed % 16u)), b(2), Nelk::EthAddr(0, 1, 2, 3, 4, b(3))});
+  if (mask & 1u << 2) e.portIdIs(PortId(b(4), static_cast<std::uint16_t>(seed + 5u)));
+  if (mask & 1u << 3) e.cistRootBridgeIdIs(BridgeId{b(6), b(7), Nelk::EthAddr(b(8), 0, 0, 0, 0, 1)});
+  if (mask & 1u << 4) e.cistExtRootPathCostIs(seed * 1000u + 9u);
+  if (mask & 1u << 5) e.cistRegionalRootBridgeIdIs(BridgeId{b(10), 0, Nelk::EthAddr(0, 0, 0, 0, b(11), 2)});
+  if (mask & 1u << 6) e.intRootPathCostIs(seed * 100u + 12u);
+  if (mask & 1u << 7) e.regionalRootBridgeIdIs(BridgeId{b(13), 1, Nelk::EthAddr(0, 0, 0, b(14), 0, 3)});
+  if (mask & 1u << 8) e.remainingHopsIs(b(15));
+  if (mask & 1u << 9) e.messageAgeIs(TimerVal(b(16), 0));
+  if (mask & 1u << 10) e.maxAgeIs(TimerVal(b(17), 1));
+  if (mask & 1u << 11) e.helloTimeIs(TimerVal(b(18), 2));
+  if (mask & 1u << 12) e.fwdDelayIs(TimerVal(b(19), 3));
 }
 
-/// Writes the six record-level attributes of a transmit record from `seed` (as fillEntry).
-inline void fillRecord(IntxInfo& r, std::uint32_t seed) {
+/// Writes the six record-level attributes of a transmit record selected by `mask`, from `seed` (as fillEntry).
+inline void fillRecord(IntxInfo& r, std::uint32_t seed, std::uint32_t mask = ~0u) {
   const auto b = [seed](unsigned k) { return static_cast<std::uint8_t>(seed * 11u + k); };
-  r.neighborAddrIs(Nelk::EthAddr(2, 0, 0, 0, b(1), b(2)));
-  r.stpVersionIs(StpBpduVersion{b(3)});
-  r.intxInfoTypeIs(StpBpduType{b(4)});
-  r.configRevisionLevelIs(static_cast<unsigned short>(seed + 5u));
-  r.configNameStringIs(numbered("region-", seed));
+  if (mask & 1u << 0) r.neighborAddrIs(Nelk::EthAddr(2, 0, 0, 0, b(1), b(2)));
+  if (mask & 1u << 1) r.stpVersionIs(StpBpduVersion{b(3)});
+  if (mask & 1u << 2) r.intxInfoTypeIs(StpBpduType{b(4)});
+  if (mask & 1u << 3) r.configRevisionLevelIs(static_cast<unsigned short>(seed + 5u));
+  if (mask & 1u << 4) r.configNameStringIs(Zek::String("region-" + std::to_string(seed)));
   MstpConfigDigest d;
   for (unsigned i = 0; i < d.octets.size(); ++i) d.octets[i] = b(6 + i);
-  r.configDigestIs(d);
+  if (mask & 1u << 5) r.configDigestIs(d);
 }
 
 /// The port `intf` of group `group`, both created when absent.
@@ -74,18 +67,16 @@ inline void buildTree(TxStatus& status, unsigned groups, unsigned ports, unsigne
                       std::uint32_t seed = 1) {
   status.heartbeatTimeoutIs(2.5);
   for (unsigned g = 0; g < groups; ++g) {
-    Zek::Ptr<TxMstStatus> group = status.txMstStatusIs(numbered("g", g));
+    Zek::Ptr<TxMstStatus> group = status.txMstStatusIs(Zek::Name("g" + std::to_string(g)));
     for (unsigned p = 0; p < ports; ++p) {
-      Zek::Ptr<TxMstPortStatus> port = group->txMstPortStatusIs(IntfId(numbered("Ethernet", p + 1)));
+      Zek::Ptr<TxMstPortStatus> port = group->txMstPortStatusIs(IntfId(Zek::String("Ethernet" + std::to_string(p + 1))));
       port->txNewInfoIs(seed + p);
       port->txHelloWhenOnIs(TimerVal(2, static_cast<std::uint8_t>(p)));
       for (unsigned v = 0; v < vlans; ++v) {
         const VlanIdOrNone vlan(static_cast<std::uint16_t>(v + 1));
         Zek::Ptr<IntxInfo> record = port->txInfoIs(vlan);
         fillRecord(*record, seed + p + v);
-        for (unsigned i = 0; i < instances; ++i) {
-          fillEntry(*record->mstiNIs(static_cast<std::uint16_t>(i)), seed + p + v + i);
-        }
+        for (unsigned i = 0; i < instances; ++i) fillEntry(*record->mstiNIs(std::uint16_t(i)), seed + p + v + i);
         port->txUpdateIs(vlan, seed + v + 1);
       }
     }
@@ -101,116 +92,69 @@ struct MirrorExceptions {
   /// Ports present when their group was first copied, whose destination port exists but has not been
   /// filled by a full copy since: the destination port must be completely empty.
   std::set<PortKey> uncopiedPorts;
-  /// Per port, `txUpdate` VLANs that the destination keeps although the source has no counter for them:
-  /// left by a full copy onto a destination port that already held them, when the source's zero
-  /// counters made the two counter counts equal. The destination must hold exactly these besides the
-  /// source's non-zero counters.
+  /// Per port, `txUpdate` VLANs that the destination keeps (with any value) although the source has no
+  /// counter for them: left by a full copy onto a destination port that already held them, when the
+  /// source's zero counters made the two counter counts equal.
   std::map<PortKey, std::set<std::uint16_t>> staleTxUpdate;
 };
 
 /// Every difference between `dst` and the image of `src` under the syncer, one line each ("" when none).
-/// Each collection is walked on the source side; the destination side is walked only when its size shows
-/// members that the source walk did not meet.
 inline std::string mirrorDiff(const TxStatus& src, const TxStatus& dst, const MirrorExceptions& ex = {}) {
-  std::optional<std::ostringstream> text;  // built at the first difference
-  const auto out = [&]() -> std::ostream& {
-    if (!text) text.emplace();
-    return *text;
-  };
+  std::ostringstream out;
   if (!(src.heartbeatTimeout() == dst.heartbeatTimeout())) {
-    out() << "heartbeatTimeout " << dst.heartbeatTimeout() << ", source " << src.heartbeatTimeout() << "\n";
+    out << "heartbeatTimeout " << dst.heartbeatTimeout() << ", source " << src.heartbeatTimeout() << "\n";
   }
-  const bool anyException = !ex.uncopiedPorts.empty() || !ex.staleTxUpdate.empty();
-  std::size_t groupsMet = 0;
+  for (const auto& [name, dg] : dst.txMstStatus()) {
+    if (!src.txMstStatus(name)) out << "extra group " << name << "\n";
+  }
   for (const auto& [name, sg] : src.txMstStatus()) {
     Zek::Ptr<TxMstStatus const> dg = dst.txMstStatus(name);
-    if (!dg) {
-      out() << "missing group " << name << "\n";
-      continue;
+    if (!dg) out << "missing group " << name << "\n";
+    if (!dg) continue;
+    for (const auto& [intf, dp] : dg->txMstPortStatus()) {
+      if (!sg->txMstPortStatus(intf)) out << name << ": extra port " << intf << "\n";
     }
-    ++groupsMet;
-    std::size_t portsMet = 0;
     for (const auto& [intf, sp] : sg->txMstPortStatus()) {
-      // Streams "group|interface" in front of a difference.
-      const auto at = [&out, &name = name, &intf = intf]() -> std::ostream& { return out() << name << "|" << intf; };
+      const PortKey key(name.str(), intf.name().str());
+      const std::string at = key.first + "|" + key.second + ": ";
       Zek::Ptr<TxMstPortStatus const> dp = dg->txMstPortStatus(intf);
       if (!dp) {
-        at() << ": missing port\n";
-        continue;
-      }
-      ++portsMet;
-      const PortKey key = anyException ? PortKey(name.str(), intf.name().str()) : PortKey();
-      if (anyException && ex.uncopiedPorts.count(key)) {
-        if (dp->txInfo().size() || dp->txUpdate().size() || dp->txNewInfo() != 0 ||
-            !(dp->txHelloWhenOn() == TimerVal())) {
-          at() << ": uncopied port is not empty\n";
+        out << at << "missing port\n";
+      } else if (ex.uncopiedPorts.count(key)) {
+        if (dp->txInfo().size() || dp->txUpdate().size() || dp->txNewInfo() || !(dp->txHelloWhenOn() == TimerVal())) {
+          out << at << "uncopied port is not empty\n";
         }
-        continue;
-      }
-      if (dp->txNewInfo() != sp->txNewInfo()) {
-        at() << ": txNewInfo " << dp->txNewInfo() << ", source " << sp->txNewInfo() << "\n";
-      }
-      if (!(dp->txHelloWhenOn() == sp->txHelloWhenOn())) {
-        at() << ": txHelloWhenOn " << dp->txHelloWhenOn() << ", source " << sp->txHelloWhenOn() << "\n";
-      }
-      // Counters: the source's non-zero ones exactly, plus the allowed stale ones.
-      std::size_t countersMet = 0;
-      for (const auto& [vlan, value] : sp->txUpdate()) {
-        const auto d = dp->txUpdate(vlan);
-        if (d) ++countersMet;
-        if (value == 0 && d) at() << ": txUpdate vlan=" << vlan << " is " << *d << ", source 0 (absent)\n";
-        if (value != 0 && d != value) {
-          at() << ": txUpdate vlan=" << vlan << " is " << (d ? std::to_string(*d) : "absent") << ", source " << value
-               << "\n";
+      } else {
+        if (dp->txNewInfo() != sp->txNewInfo()) out << at << "txNewInfo " << dp->txNewInfo() << "\n";
+        if (!(dp->txHelloWhenOn() == sp->txHelloWhenOn())) out << at << "txHelloWhenOn " << dp->txHelloWhenOn() << "\n";
+        // Counters: exactly the source's non-zero ones, plus the allowed stale ones (present, any value).
+        std::map<std::uint16_t, std::uint32_t> want, got;
+        for (const auto& [vlan, value] : sp->txUpdate()) {
+          if (value != 0) want[vlan.value()] = value;
         }
-      }
-      const auto staleIt = anyException ? ex.staleTxUpdate.find(key) : ex.staleTxUpdate.end();
-      if (staleIt != ex.staleTxUpdate.end()) {
-        for (std::uint16_t vlan : staleIt->second) {
-          if (!dp->txUpdate(vlan)) at() << ": stale txUpdate vlan=" << vlan << " is gone\n";
+        for (const auto& [vlan, value] : dp->txUpdate()) got[vlan.value()] = value;
+        if (auto it = ex.staleTxUpdate.find(key); it != ex.staleTxUpdate.end()) {
+          for (std::uint16_t vlan : it->second) want[vlan] = got.count(vlan) ? got[vlan] : 0;  // 0: never held
         }
-      }
-      if (dp->txUpdate().size() != countersMet) {
-        for (const auto& [vlan, value] : dp->txUpdate()) {
-          const bool stale = staleIt != ex.staleTxUpdate.end() && staleIt->second.count(vlan.value());
-          if (!sp->txUpdate(vlan) && !stale) at() << ": extra txUpdate vlan=" << vlan << "\n";
+        if (want != got) {
+          out << at << "txUpdate";
+          for (const auto& [vlan, value] : got) out << " " << vlan << ":" << value;
+          out << ", expected";
+          for (const auto& [vlan, value] : want) out << " " << vlan << ":" << value;
+          out << "\n";
         }
-      }
-      // Records.
-      std::size_t recordsMet = 0;
-      for (const auto& [vlan, sr] : sp->txInfo()) {
-        Zek::Ptr<IntxInfo const> dr = dp->txInfo(vlan);
-        if (!dr) {
-          at() << ": missing record vlan=" << vlan << "\n";
-          continue;
-        }
-        ++recordsMet;
-        if (!sr->sameContent(*dr)) {
-          at() << ": record vlan=" << vlan << " differs:\n  dest   " << *dr << "\n  source " << *sr << "\n";
-          for (const auto& [k, se] : sr->mstiN()) {
-            Zek::Ptr<IntxMstiInfo const> de = dr->mstiN(k);
-            if (de && !se->sameValues(*de)) out() << "  entry " << k << ": dest " << *de << " source " << *se << "\n";
-          }
-        }
-      }
-      if (dp->txInfo().size() != recordsMet) {
         for (const auto& [vlan, dr] : dp->txInfo()) {
-          if (!sp->txInfo(vlan)) at() << ": extra record vlan=" << vlan << "\n";
+          if (!sp->txInfo(vlan)) out << at << "extra record vlan=" << vlan << "\n";
+        }
+        for (const auto& [vlan, sr] : sp->txInfo()) {
+          Zek::Ptr<IntxInfo const> dr = dp->txInfo(vlan);
+          if (!dr) out << at << "missing record vlan=" << vlan << "\n";
+          if (dr && !sr->sameContent(*dr)) out << at << "record differs:\n  dest   " << *dr << "\n  source " << *sr << "\n";
         }
       }
     }
-    if (dg->txMstPortStatus().size() != portsMet) {
-      for (const auto& [intf, dp] : dg->txMstPortStatus()) {
-        if (!sg->txMstPortStatus(intf)) out() << name << ": extra port " << intf << "\n";
-      }
-    }
   }
-  if (dst.txMstStatus().size() != groupsMet) {
-    for (const auto& [name, dg] : dst.txMstStatus()) {
-      if (!src.txMstStatus(name)) out() << "extra group " << name << "\n";
-    }
-  }
-  return text ? text->str() : std::string();
+  return out.str();
 }
 
 }  // namespace StpTxRx::test
