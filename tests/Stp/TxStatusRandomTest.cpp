@@ -86,25 +86,20 @@ class RandomRun {
     }
     return std::nullopt;
   }
-  // A random member at each level (null when there is none); anyGroup() remembers its group in group_.
-  Zek::Ptr<TxMstStatus> anyGroup() {
-    auto name = pick(src_->txMstStatus());
-    return group_ = name ? src_->txMstStatus(*name) : nullptr;
-  }
-  Zek::Ptr<TxMstPortStatus> anyPort() {
-    Zek::Ptr<TxMstStatus> g = anyGroup();
-    auto intf = g ? pick(g->txMstPortStatus()) : std::nullopt;
-    return intf ? g->txMstPortStatus(*intf) : nullptr;
-  }
-  Zek::Ptr<IntxInfo> anyRecord() {
-    Zek::Ptr<TxMstPortStatus> p = anyPort();
-    auto vlan = p ? pick(p->txInfo()) : std::nullopt;
-    return vlan ? p->txInfo(*vlan) : nullptr;
-  }
-  Zek::Ptr<IntxMstiInfo> anyEntry() {
-    Zek::Ptr<IntxInfo> r = anyRecord();
-    auto key = r ? pick(r->mstiN()) : std::nullopt;
-    return key ? r->mstiN(*key) : nullptr;
+  /// A random member at each level, each inside the one above; null from the first empty level down.
+  struct Path {
+    Zek::Ptr<TxMstStatus> g;
+    Zek::Ptr<TxMstPortStatus> p;
+    Zek::Ptr<IntxInfo> r;
+    Zek::Ptr<IntxMstiInfo> e;
+  };
+  Path anyPath() {
+    Path at;
+    if (auto k = pick(src_->txMstStatus())) at.g = src_->txMstStatus(*k);
+    if (auto k = at.g ? pick(at.g->txMstPortStatus()) : std::nullopt) at.p = at.g->txMstPortStatus(*k);
+    if (auto k = at.p ? pick(at.p->txInfo()) : std::nullopt) at.r = at.p->txInfo(*k);
+    if (auto k = at.r ? pick(at.r->mstiN()) : std::nullopt) at.e = at.r->mstiN(*k);
+    return at;
   }
 
   void fill(Zek::AttributeId id, const void* key) {
@@ -171,8 +166,14 @@ class RandomRun {
     return op;
   }
 
-  /// Operation `op`; one that needs a member where there is none adds one instead.
+  /// Operation `op`; one that needs a member where there is none adds one of that level instead.
   std::string perform(int op) {
+    static constexpr int needs[] = {0, 0, 1, 2, 2, 2, 3, 3, 3, 4, 2, 2, 0, 0, 0};  // levels: group .. entry
+    static constexpr int adds[] = {0, 0, 2, 4, 6};                                  // the op adding each level
+    const Path at = anyPath();
+    const int missing = !at.g ? 1 : !at.p ? 2 : !at.r ? 3 : !at.e ? 4 : 5;
+    if (needs[op] >= missing) return perform(adds[missing]);
+    const std::uint16_t vlan = any(vlans), key = any(instanceKeys);
     switch (op) {
       case 0: {  // add a group (re-using names), sometimes filled as it appears
         const char* name = any(groupNames);
@@ -195,89 +196,52 @@ class RandomRun {
         forgetRemovedPorts();
         return std::string("txMstStatusDel ") + name;
       }
-      case 2: {  // add a port
-        if (!anyGroup()) return perform(0);
-        const char* intf = any(intfNames);
-        group_->txMstPortStatusIs(IntfId(intf));
-        return "txMstPortStatusIs " + group_->name().str() + "|" + intf;
-      }
-      case 3: {  // remove a port
-        Zek::Ptr<TxMstPortStatus> p = anyPort();
-        if (!p) return perform(2);
-        group_->txMstPortStatusDel(p->intfId());
+      case 2:
+        at.g->txMstPortStatusIs(IntfId(any(intfNames)));
+        return "txMstPortStatusIs";
+      case 3:
+        at.g->txMstPortStatusDel(at.p->intfId());
         forgetRemovedPorts();
-        return "txMstPortStatusDel " + group_->name().str() + "|" + p->intfId().name().str();
-      }
+        return "txMstPortStatusDel";
       case 4:
-      case 5: {  // add or remove a record
-        Zek::Ptr<TxMstPortStatus> p = anyPort();
-        if (!p) return perform(2);
-        const std::uint16_t vlan = any(vlans);
-        if (op == 5) return p->txInfoDel(vlan), "txInfoDel " + std::to_string(vlan);
-        Zek::Ptr<IntxInfo> r = p->txInfoIs(vlan);
-        if (chance(50)) test::fillRecord(*r, below(4));
-        return "txInfoIs " + std::to_string(vlan);
-      }
+        if (chance(50)) test::fillRecord(*at.p->txInfoIs(vlan), below(4));
+        return at.p->txInfoIs(vlan), "txInfoIs " + std::to_string(vlan);
+      case 5:
+        return at.p->txInfoDel(vlan), "txInfoDel " + std::to_string(vlan);
       case 6:
-      case 7: {  // add or remove an entry
-        Zek::Ptr<IntxInfo> r = anyRecord();
-        if (!r) return perform(4);
-        const std::uint16_t key = any(instanceKeys);
-        if (op == 7) return r->mstiNDel(key), "mstiNDel " + std::to_string(key);
-        Zek::Ptr<IntxMstiInfo> e = r->mstiNIs(key);
-        if (chance(50)) test::fillEntry(*e, below(4));
-        return "mstiNIs " + std::to_string(key);
-      }
-      case 8: {  // one record-level attribute, equal values included
-        Zek::Ptr<IntxInfo> r = anyRecord();
-        if (!r) return perform(4);
-        const std::uint32_t attribute = below(6);
-        test::fillRecord(*r, small(), 1u << attribute);
-        return "record attribute " + std::to_string(attribute);
-      }
-      case 9: {  // one entry attribute, equal values included
-        Zek::Ptr<IntxMstiInfo> e = anyEntry();
-        if (!e) return perform(6);
-        const std::uint32_t attribute = below(13);
-        test::fillEntry(*e, small(), 1u << attribute);
-        return "entry attribute " + std::to_string(attribute);
-      }
+        if (chance(50)) test::fillEntry(*at.r->mstiNIs(key), below(4));
+        return at.r->mstiNIs(key), "mstiNIs " + std::to_string(key);
+      case 7:
+        return at.r->mstiNDel(key), "mstiNDel " + std::to_string(key);
+      case 8:  // one record-level attribute, equal values included
+        return test::fillRecord(*at.r, small(), 1u << below(6)), "record attribute";
+      case 9:  // one entry attribute, equal values included
+        return test::fillEntry(*at.e, small(), 1u << below(13)), "entry attribute";
       case 10: {  // a counter, zeros and equal values included
-        Zek::Ptr<TxMstPortStatus> p = anyPort();
-        if (!p) return perform(2);
-        const std::uint16_t vlan = any(vlans);
-        if (chance(25)) {
-          p->txUpdateDel(vlan);  // an absent counter is not announced, so a stale one stays
-          return "txUpdateDel " + std::to_string(vlan);
-        }
+        // An absent counter is not announced, so a stale one stays.
+        if (chance(25)) return at.p->txUpdateDel(vlan), "txUpdateDel " + std::to_string(vlan);
         const std::uint32_t value = below(3);
-        p->txUpdateIs(vlan, value);
+        at.p->txUpdateIs(vlan, value);
         for (Mirror* m : {&main_, &late_}) {
-          auto it = m->ex.staleTxUpdate.find(PortKey(group_->name().str(), p->intfId().name().str()));
+          auto it = m->ex.staleTxUpdate.find(PortKey(at.g->name().str(), at.p->intfId().name().str()));
           if (it != m->ex.staleTxUpdate.end()) it->second.erase(vlan);
         }
         return "txUpdateIs " + std::to_string(vlan) + " " + std::to_string(value);
       }
-      case 11: {  // port scalars
-        Zek::Ptr<TxMstPortStatus> p = anyPort();
-        if (!p) return perform(2);
-        if (chance(50)) return p->txNewInfoIs(below(3)), "txNewInfoIs";
-        return p->txHelloWhenOnIs(TimerVal(0, small())), "txHelloWhenOnIs";
-      }
+      case 11:
+        if (chance(50)) return at.p->txNewInfoIs(below(3)), "txNewInfoIs";
+        return at.p->txHelloWhenOnIs(TimerVal(0, small())), "txHelloWhenOnIs";
       case 12:
         return src_->heartbeatTimeoutIs(0.5 * below(3)), "heartbeatTimeoutIs";
       case 13: {  // a full copy re-run, of the whole tree or of one group
         Mirror& m = late_.syncer && chance(50) ? late_ : main_;
-        if (chance(50)) {
+        if (chance(50) || !at.g) {
           fullCopyAhead(m);
-          m.syncer->handleInitialized();
-          return "handleInitialized";
+          return m.syncer->handleInitialized(), "handleInitialized";
         }
-        if (!anyGroup()) return perform(0);
-        const Zek::Name name = group_->name();
-        fullCopyAhead(m, &name);
-        m.syncer->zekTxMstStatusSm(name)->handleInitialized();
-        return "ZekTxMstStatusSm::handleInitialized " + name.str();
+        fullCopyAhead(m, &at.g->name());
+        m.syncer->zekTxMstStatusSm(at.g->name())->handleInitialized();
+        return "ZekTxMstStatusSm::handleInitialized " + at.g->name().str();
       }
       default:
         return lateMirror();
@@ -323,7 +287,6 @@ class RandomRun {
   std::uint64_t step_ = 0;
   std::mt19937 rng_;
   Zek::Ptr<TxStatus> src_ = TxStatus::TxStatusIs();
-  Zek::Ptr<TxMstStatus> group_;
   Mirror main_;
   Mirror late_;
   bool fillNext_ = false;
