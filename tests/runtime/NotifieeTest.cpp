@@ -1,5 +1,6 @@
-// Notification dispatch: order, the active gate, and re-entrancy (handlers that write, add or remove
-// members, register, unregister or release reactors while a dispatch runs).
+// Attribute writes and their notification (with and without notifyEqualWrites_), and dispatch: order,
+// the active gate, and re-entrancy (handlers that write, add or remove members, register, unregister,
+// move or release reactors while a dispatch runs).
 #include "TestEntities.h"
 #include "support/RecordingReactor.h"
 
@@ -10,208 +11,186 @@
 namespace Zek::test {
 namespace {
 
-/// Appends its name to a shared journal on every notification, then runs an optional action.
-class Named : public RecordingReactor {
- public:
-  Named(const Ptr<PtrInterface const>& n, std::vector<std::string>* journal, std::string name, int* destroyed)
-      : RecordingReactor(n), journal_(journal), name_(std::move(name)), destroyed_(destroyed) {}
-  ~Named() override {
-    if (destroyed_) ++*destroyed_;
-  }
+using Journal = std::vector<std::string>;
+
+class EntityWriteTest : public ::testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override { notifyEqualWrites_ = GetParam(); }
+  void TearDown() override { notifyEqualWrites_ = false; }
+  Ptr<Node> node{new Node};
+  Ptr<RecordingReactor> rec = RecordingReactor::RecordingReactorIs(node, [](AttributeId id, const void* key) {
+    return id == Node::partId ? std::to_string(*static_cast<const int*>(key)) : static_cast<const Name*>(key)->str();
+  });
+};
+
+TEST_P(EntityWriteTest, ScalarAndValueWritesAreStoredBeforeTheNotificationAndEqualOnesNotifyOnlyWithTheSwitch) {
+  Journal seen;
+  rec->actionIs([&](AttributeId, const void* key) {
+    const int* count = node->count("k");
+    seen.push_back(!key ? node->label() : count ? std::to_string(*count) : "gone");
+  });
+  for (const char* l : {"a", "a", "b"}) node->labelIs(l);
+  for (int v : {1, 1, 2}) node->countIs("k", v);
+  EXPECT_FALSE(node->countDel("absent"));
+  EXPECT_TRUE(node->countDel("k"));
+  EXPECT_EQ(seen, GetParam() ? (Journal{"a", "a", "b", "1", "1", "2", "gone"}) : (Journal{"a", "b", "1", "2", "gone"}));
+  EXPECT_EQ(rec->keys().back(), "k") << "a value write carries its key";
+}
+
+TEST_P(EntityWriteTest, CollectionNotifiesOnlyCreationAndRemovalAndMarksTheRemovedMember) {
+  Ptr<Node> seen;
+  rec->actionIs([&](AttributeId, const void*) { seen = node->child("x"); });
+  Ptr<Node> x = node->childIs("x");
+  EXPECT_EQ(seen, x) << "the member is in the collection when the reactors run";
+  EXPECT_EQ(node->childIs("x"), x) << "create-or-return returns the existing member";
+  EXPECT_FALSE(node->childDel("absent") || node->partDel(4));
+  EXPECT_EQ(rec->count(), 1u) << "no notification for an existing or absent member, even with the switch";
+  EXPECT_EQ(node->childDel("x"), x);
+  EXPECT_FALSE(seen) << "the member is gone when the reactors run";
+  EXPECT_TRUE(x->zekMarkedForDeletion());
+  node->partIs(3);
+  EXPECT_TRUE(node->partDel(3));
+  EXPECT_EQ(rec->ids(), (std::vector<AttributeId>{Node::childId, Node::childId, Node::partId, Node::partId}));
+  EXPECT_EQ(rec->keys(), (Journal{"x", "x", "3", "3"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(EqualWrites, EntityWriteTest, ::testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "Notify" : "Silent"; });
+
+/// Appends its name to a shared journal on every notification (then runs its action, if any).
+struct Named : RecordingReactor {
+  Named(const Ptr<PtrInterface const>& n, Journal* journal, std::string name, int* destroyed)
+      : RecordingReactor(n), journal(journal), name(std::move(name)), destroyed(destroyed) {}
+  ~Named() override { ++*destroyed; }
   void onAttribute(AttributeId id, const void* key) override {
-    journal_->push_back(name_);
+    journal->push_back(name);
     RecordingReactor::onAttribute(id, key);
   }
-
- private:
-  std::vector<std::string>* journal_;
-  std::string name_;
-  int* destroyed_;
+  Journal* journal;
+  std::string name;
+  int* destroyed;
 };
 
 class DispatchTest : public ::testing::Test {
  protected:
-  Ptr<Named> reactor(const std::string& name) {
-    return Ptr<Named>(new Named(shelf, &journal, name, &destroyed));
+  Ptr<Named> reactor(const std::string& name) { return Ptr<Named>(new Named(node, &journal, name, &destroyed)); }
+  Journal labelled(const std::string& label) {
+    journal.clear();
+    node->labelIs(label);
+    return journal;
   }
-  Ptr<Shelf> shelf{new Shelf};
-  std::vector<std::string> journal;
+  Ptr<Node> node{new Node};
+  Journal journal;
   int destroyed = 0;
 };
 
-TEST_F(DispatchTest, DeliversInRegistrationOrderToActiveRegisteredReactorsOnly) {
+TEST_F(DispatchTest, RegistrationOrderToActiveRegisteredReactorsOnly) {
   auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d");
   b->hasNotificationActiveIs(false);
   c->isRegisteredNotifieeIs(false);
-  shelf->labelIs("x");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "d"}));
-  EXPECT_EQ(shelf->notifieeList()->size(), 3u);
+  EXPECT_EQ(labelled("x"), (Journal{"a", "d"}));
+  EXPECT_EQ(node->notifieeList()->size(), 3u);
   c->isRegisteredNotifieeIs(true);  // back at the end
   b->hasNotificationActiveIs(true);
-  journal.clear();
-  shelf->labelIs("y");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "b", "d", "c"}));
+  EXPECT_EQ(labelled("y"), (Journal{"a", "b", "d", "c"}));
+  a = b = c = d = nullptr;
+  EXPECT_TRUE(node->notifieeList()->empty());
+  EXPECT_EQ(node->references(), 1u) << "each reactor held its notifier until released";
 }
 
-TEST_F(DispatchTest, HandlerWritingItsNotifierNestsAndEveryoneSeesBothWrites) {
+TEST_F(DispatchTest, HandlerWritingItsNotifierNestsAndEveryoneSeesTheLatestValue) {
   auto a = reactor("a"), b = reactor("b");
-  std::vector<std::string> labelsSeenByB;
+  Journal seenByB;
   a->actionIs([&](AttributeId, const void*) {
-    if (shelf->label() == "first") shelf->labelIs("second");
+    if (node->label() == "first") node->labelIs("second");
   });
-  b->actionIs([&](AttributeId, const void*) { labelsSeenByB.push_back(shelf->label()); });
-  shelf->labelIs("first");
+  b->actionIs([&](AttributeId, const void*) { seenByB.push_back(node->label()); });
   // a(first) -> nested [a(second), b(second)] -> b(first)
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "a", "b", "b"}));
-  EXPECT_EQ(labelsSeenByB, (std::vector<std::string>{"second", "second"})) << "the value is read, not carried";
+  EXPECT_EQ(labelled("first"), (Journal{"a", "a", "b", "b"}));
+  EXPECT_EQ(seenByB, (Journal{"second", "second"})) << "the value is read, not carried";
 }
 
 TEST_F(DispatchTest, HandlerAddingAndRemovingMembersNotifiesWithTheRightKeys) {
-  auto a = RecordingReactor::RecordingReactorIs(shelf, RecordingReactor::keyAs<Name>());
-  auto b = RecordingReactor::RecordingReactorIs(shelf, RecordingReactor::keyAs<Name>());
-  a->actionIs([&](AttributeId id, const void* key) {
-    if (id != Shelf::itemId) return;
+  auto a = RecordingReactor::RecordingReactorIs(node, RecordingReactor::keyAs<Name>());
+  auto b = RecordingReactor::RecordingReactorIs(node, RecordingReactor::keyAs<Name>());
+  a->actionIs([&](AttributeId, const void* key) {
     const Name& k = *static_cast<const Name*>(key);
-    if (k == "new") shelf->itemIs("added-by-handler");
-    if (k == "added-by-handler") shelf->itemDel("new");
+    if (k == "new") node->childIs("added");
+    if (k == "added") node->childDel("new");
   });
-  shelf->itemIs("new");
-  EXPECT_EQ(a->keys(), (std::vector<std::string>{"new", "added-by-handler", "new"}));
-  EXPECT_EQ(b->keys(), (std::vector<std::string>{"new", "added-by-handler", "new"}));
-  EXPECT_FALSE(shelf->item("new"));
-  EXPECT_TRUE(shelf->item("added-by-handler"));
+  node->childIs("new");
+  for (const auto& r : {a, b}) EXPECT_EQ(r->keys(), (Journal{"new", "added", "new"}));
+  EXPECT_FALSE(node->child("new"));
+  EXPECT_TRUE(node->child("added"));
 }
 
 TEST_F(DispatchTest, ReactorReleasingItsOwnLastReferenceSurvivesUntilItReturns) {
   Ptr<Named> self = reactor("self");
   auto after = reactor("after");
-  int destroyedInsideHandler = -1;
+  int destroyedInside = -1;
   self->actionIs([&](AttributeId, const void*) {
-    self = nullptr;  // the test held the only reference
-    destroyedInsideHandler = destroyed;
+    self = nullptr;  // the only reference outside the dispatcher
+    destroyedInside = destroyed;
   });
-  shelf->labelIs("x");
-  EXPECT_EQ(destroyedInsideHandler, 0) << "the dispatcher holds a reference while the reactor runs";
-  EXPECT_EQ(destroyed, 1) << "released when its handler returned";
-  EXPECT_EQ(journal, (std::vector<std::string>{"self", "after"}));
-  EXPECT_EQ(after->count(), 1u);
-  EXPECT_EQ(shelf->notifieeList()->size(), 1u);
-}
-
-TEST_F(DispatchTest, ReactorUnregisteredOrReleasedBeforeItsTurnIsNotCalled) {
-  auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d");
-  a->actionIs([&](AttributeId, const void*) {
-    b->isRegisteredNotifieeIs(false);
-    c = nullptr;  // destroyed while the dispatch runs
-  });
-  shelf->labelIs("x");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "d"}));
+  EXPECT_EQ(labelled("x"), (Journal{"self", "after"}));
+  EXPECT_EQ(destroyedInside, 0) << "the dispatcher holds a reference while the reactor runs";
   EXPECT_EQ(destroyed, 1);
-  EXPECT_EQ(shelf->notifieeList()->size(), 2u);
+  EXPECT_EQ(node->notifieeList()->size(), 1u);
 }
 
-TEST_F(DispatchTest, RemovingAnEarlierReactorSkipsNoLaterOne) {
-  auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d");
+// Seven reactors: the list lives in its grown array. The middle one releases, unregisters or moves
+// reactors already called and not yet called; none is called twice, skipped wrongly or after removal.
+TEST_F(DispatchTest, RemovalsDuringADispatchSkipOnlyTheRemoved) {
+  Ptr<Node> other(new Node);
+  auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d"), e = reactor("e"), f = reactor("f"),
+       g = reactor("g");
   c->actionIs([&](AttributeId, const void*) {
-    a->isRegisteredNotifieeIs(false);
-    b = nullptr;
+    if (!a) return;
+    a = nullptr;
+    b->isRegisteredNotifieeIs(false);
+    d->isRegisteredNotifieeIs(false);
+    e = nullptr;
+    f->notifierIs(other);
   });
-  shelf->labelIs("x");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "b", "c", "d"}));
+  EXPECT_EQ(labelled("x"), (Journal{"a", "b", "c", "g"}));
+  EXPECT_EQ(destroyed, 2);
+  EXPECT_EQ(node->notifieeList()->size(), 2u);
+  EXPECT_EQ(labelled("y"), (Journal{"c", "g"}));
   journal.clear();
-  shelf->labelIs("y");
-  EXPECT_EQ(journal, (std::vector<std::string>{"c", "d"}));
+  other->labelIs("z");
+  EXPECT_EQ(journal, (Journal{"f"}));
 }
 
-TEST_F(DispatchTest, ReactorRegisteredDuringADispatchGetsOnlyLaterNotifications) {
-  auto a = reactor("a");
-  Ptr<Named> late;
-  a->actionIs([&](AttributeId, const void*) {
-    if (!late) late = reactor("late");
-  });
-  shelf->labelIs("x");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a"}));
-  ASSERT_TRUE(late);
-  shelf->labelIs("y");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "a", "late"}));
-}
-
-TEST_F(DispatchTest, ReactorRegisteredDuringADispatchGetsANestedNotification) {
-  auto a = reactor("a");
-  Ptr<Named> late;
-  a->actionIs([&](AttributeId, const void*) {
-    if (late) return;
-    late = reactor("late");
-    shelf->labelIs("nested");
-  });
-  shelf->labelIs("x");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "a", "late"}));
-}
-
-// Removals inside a nested dispatch must not compact the list under the outer one (the outer loop
-// would then skip a live reactor or read past the end).
+// Removals inside a nested dispatch must not compact the list under the outer one (the outer loop would
+// then skip a live reactor or read past the end).
 TEST_F(DispatchTest, RemovalsInANestedDispatchKeepTheOuterDispatchIntact) {
   auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d");
   b->actionIs([&](AttributeId, const void*) {
-    if (shelf->label() == "outer") shelf->labelIs("inner");
+    if (node->label() == "outer") node->labelIs("inner");
   });
   c->actionIs([&](AttributeId, const void*) {
-    if (shelf->label() == "inner" && a) {
-      a = nullptr;                       // already called in both dispatches
-      b->isRegisteredNotifieeIs(false);  // is running the outer dispatch right now
-    }
+    if (node->label() != "inner" || !a) return;
+    a = nullptr;                       // already called in both dispatches
+    b->isRegisteredNotifieeIs(false);  // running the outer dispatch right now
   });
-  shelf->labelIs("outer");
   // outer: a, b -> inner: a, b, c (removes a and b), d -> outer continues: c, d
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "b", "a", "b", "c", "d", "c", "d"}));
-  EXPECT_EQ(shelf->notifieeList()->size(), 2u);
-  journal.clear();
-  shelf->labelIs("after");
-  EXPECT_EQ(journal, (std::vector<std::string>{"c", "d"}));
+  EXPECT_EQ(labelled("outer"), (Journal{"a", "b", "a", "b", "c", "d", "c", "d"}));
+  EXPECT_EQ(labelled("after"), (Journal{"c", "d"}));
 }
 
-TEST_F(DispatchTest, ReactorMovingToAnotherNotifierDuringADispatch) {
-  Ptr<Shelf> other(new Shelf);
+// Registering while the two inline slots are full moves the list to a heap array in mid-dispatch; the
+// new reactors get nested and later notifications, never the one being delivered.
+TEST_F(DispatchTest, ReactorsRegisteredDuringADispatchGetOnlyLaterNotifications) {
   auto a = reactor("a"), b = reactor("b");
-  a->actionIs([&](AttributeId, const void*) { b->notifierIs(other); });
-  shelf->labelIs("x");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a"}));
-  other->labelIs("y");
-  EXPECT_EQ(journal, (std::vector<std::string>{"a", "b"}));
-  EXPECT_EQ(shelf->notifieeList()->size(), 1u);
-  EXPECT_EQ(other->notifieeList()->size(), 1u);
-  b->notifierIs(nullptr);
-  EXPECT_TRUE(other->notifieeList()->empty());
-  other->labelIs("z");
-  EXPECT_EQ(b->count(), 1u);
-}
-
-TEST_F(DispatchTest, ManyRegistrationChangesLeaveAConsistentList) {
-  std::vector<Ptr<Named>> rs;
-  for (int i = 0; i < 20; ++i) rs.push_back(reactor(std::to_string(i)));
-  rs[0]->actionIs([&](AttributeId, const void*) {
-    for (int i = 1; i < 20; i += 2) rs[static_cast<std::size_t>(i)] = nullptr;
-    for (int i = 0; i < 5; ++i) rs.push_back(reactor("n" + std::to_string(i)));
+  std::vector<Ptr<Named>> late;
+  a->actionIs([&](AttributeId, const void*) {
+    if (!late.empty()) return;
+    for (const char* n : {"l1", "l2", "l3"}) late.push_back(reactor(n));
+    node->labelIs("nested");
   });
-  shelf->labelIs("x");
-  EXPECT_EQ(journal.size(), 10u);  // 0 and the even ones; none of the new ones
-  EXPECT_EQ(shelf->notifieeList()->size(), 15u);
-  journal.clear();
-  rs[0]->actionIs(nullptr);
-  shelf->labelIs("y");
-  EXPECT_EQ(journal.size(), 15u);
-  EXPECT_EQ(journal.back(), "n4");
-}
-
-TEST_F(DispatchTest, ReactorsAreReleasedWithTheirOwnersAndLeaveNothingRegistered) {
-  {
-    auto a = reactor("a");
-    auto b = reactor("b");
-    EXPECT_EQ(shelf->references(), 3u) << "each reactor holds its notifier";
-  }
-  EXPECT_EQ(destroyed, 2);
-  EXPECT_TRUE(shelf->notifieeList()->empty());
-  EXPECT_EQ(shelf->references(), 1u);
+  // outer a -> nested [a, b, l1, l2, l3] -> outer b
+  EXPECT_EQ(labelled("x"), (Journal{"a", "a", "b", "l1", "l2", "l3", "b"}));
+  EXPECT_EQ(labelled("y"), (Journal{"a", "b", "l1", "l2", "l3"}));
 }
 
 }  // namespace

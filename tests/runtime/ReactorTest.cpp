@@ -1,6 +1,5 @@
-// The syncer mechanism (Owner, Reactor, SourceSlot, ChildSet) exercised through a two-level fake syncer:
-// a ShelfSyncer watches a Shelf, holds one ZekItemSm per item, and each of those holds one ZekPartSm per
-// part of its item.
+// The syncer mechanism (Owner, Reactor, SourceSlot, ChildSet) through a fake syncer: a NodeSyncer watches
+// a Node and holds one ZekNodeSm per child; each ZekNodeSm holds one ZekNodeSm per part of its node.
 #include <stptxrx/runtime/Reactor.h>
 #include <stptxrx/runtime/TypeRegistry.h>
 
@@ -9,365 +8,244 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <functional>
 
 namespace Zek::test {
 namespace {
 
-std::vector<std::string>* journal = nullptr;
-void note(const std::string& s) {
-  if (journal) journal->push_back(s);
-}
+using Events = std::vector<std::string>;
+Events events;
 
-class ShelfSyncer;
-class ZekItemSm;
-
-class ZekPartSm : public Reactor<Item, ZekItemSm> {
-  ZEK_TYPE(ZekPartSm);
+class ZekNodeSm : public Reactor<Node, PtrInterface> {
+  ZEK_TYPE(ZekNodeSm);
 
  public:
-  ZekPartSm(const Ptr<Item const>& part, ZekItemSm* owner) : Reactor(part, owner) {}
-  static int keyOf(const Item& part) { return std::stoi(part.name().str()); }
-
- protected:
-  void zombieStateChanging(bool zombie) override;
-};
-
-class ZekItemSm : public Reactor<Item, ShelfSyncer> {
-  ZEK_TYPE(ZekItemSm);
-
- public:
-  ZekItemSm(const Ptr<Item const>& item, ShelfSyncer* owner) : Reactor(item, owner) { copyParts(); }
-  ~ZekItemSm() override { parts_.release(); }
-  static Name keyOf(const Item& item) { return item.name(); }
+  ZekNodeSm(const Ptr<Node const>& node, PtrInterface* owner) : Reactor(node, owner) { copyParts(); }
+  ~ZekNodeSm() override { parts_.release(); }
+  static Name keyOf(const Node& node) { return node.name(); }
+  std::string name() const { return watched()->name().str(); }
 
   void notifierIs(const Ptr<PtrInterface const>& p) override {
-    note("repoint " + name());
-    bind(ptr_cast<Item const>(p));
+    events.push_back("repoint " + name());
+    bind(ptr_cast<Node const>(p));
     copyParts();
   }
   void onAttribute(AttributeId id, const void* key) override {
-    if (id == Item::weightId && !zekMarkedForDeletion()) note("weight " + name());
-    if (id == Item::partId && key && watched()) {
-      const int k = *static_cast<const int*>(key);
-      parts_.mirror(k, watched()->part(k), this, "ZekItemSm", "partSm");
-    }
+    if (id == Node::labelId) events.push_back("label " + name());
+    if (id != Node::partId) return;
+    const int k = *static_cast<const int*>(key);
+    parts_.mirror(Name(std::to_string(k)), watched()->part(k), this, "ZekNodeSm", "partSm");
   }
-  std::string name() const { return watched() ? watched()->name().str() : "?"; }
-  ChildSet<int, ZekPartSm, OrderedMap> parts_;
+  ChildSet<Name, ZekNodeSm, OrderedMap> parts_;
 
  protected:
   void passNotificationActive(bool active) override { parts_.hasNotificationActiveIs(active); }
   void passZombie(bool zombie) override { parts_.zekDoZombieReactors(zombie); }
-  void zombieStateChanging(bool zombie) override;
+  // Journals the step with the state of the back pointer at that moment.
+  void zombieStateChanging(bool zombie) override {
+    const char* owned = !owner() ? " orphan" : owner()->zekMarkedForDeletion() ? " owner-marked" : "";
+    events.push_back((zombie ? "zombie " : "revive ") + name() + owned);
+  }
 
  private:
   void copyParts() {
-    for (const auto& [k, part] : watched()->parts()) parts_.is(Ptr<Item const>(part), this, "ZekItemSm", "partSm");
+    for (const auto& [k, part] : watched()->parts()) parts_.is(Ptr<Node const>(part), this, "ZekNodeSm", "partSm");
   }
 };
 
-class ShelfSyncer : public Owner {
-  ZEK_TYPE(ShelfSyncer);
+class NodeSyncer : public Owner {
+  ZEK_TYPE(NodeSyncer);
 
  public:
-  class ZekSource : public Reactor<Shelf, ShelfSyncer> {
-    ZEK_TYPE(ZekSource);
-
+  class ZekSource : public Reactor<Node, NodeSyncer> {
    public:
-    ZekSource(const Ptr<Shelf const>& shelf, ShelfSyncer* owner) : Reactor(shelf, owner) {}
+    ZekSource(const Ptr<Node const>& node, NodeSyncer* owner) : Reactor(node, owner) {}
     void onAttribute(AttributeId id, const void* key) override {
-      if (id != Shelf::itemId || !key) return;
+      if (id != Node::childId) return;
       const Name& k = *static_cast<const Name*>(key);
-      if (!zekMarkedForDeletion() && owner()) owner()->handleItem(k);
-      // The owner may be gone now (a handler released it): then nothing more is done.
-      if (owner() && watched()) owner()->items_.mirror(k, watched()->item(k), owner(), "ShelfSyncer", "itemSm");
+      events.push_back("handle " + k.str());
+      if (auto handle = owner()->onHandle) handle();
+      // The handler may have released the syncer: its back pointer is then null and nothing more runs.
+      if (owner()) owner()->children_.mirror(k, watched()->child(k), owner(), "NodeSyncer", "childSm");
     }
 
    protected:
-    void zombieStateChanging(bool zombie) override {
-      note(std::string(zombie ? "zombie" : "revive") + " source, owner marked " +
-           std::to_string(owner() && owner()->zekMarkedForDeletion()));
-    }
+    void zombieStateChanging(bool zombie) override { events.push_back(zombie ? "zombie source" : "revive source"); }
   };
 
-  static Ptr<ShelfSyncer> ShelfSyncerIs(const Ptr<Shelf const>& shelf) {
-    Ptr<ShelfSyncer> s(new ShelfSyncer(shelf));
+  static Ptr<NodeSyncer> NodeSyncerIs(const Ptr<Node const>& node) {
+    Ptr<NodeSyncer> s(new NodeSyncer(node));
     s->hasNotificationActiveIs(true);
     return s;
   }
-  ~ShelfSyncer() override {
+  ~NodeSyncer() override {
     zekDoZombieReactors(true);
     source_.release();
-    items_.release();
+    children_.release();
   }
 
-  void handleItem(const Name& k) {
-    note("handleItem " + k.str());
-    if (onHandle) onHandle(k);
-  }
-
-  std::function<void(const Name&)> onHandle;
+  std::function<void()> onHandle;
   SourceSlot<ZekSource> source_;
-  ChildSet<Name, ZekItemSm> items_{4};
+  ChildSet<Name, ZekNodeSm> children_{4};
 
  protected:
   void passNotificationActive(bool active) override {
     source_.hasNotificationActiveIs(active);
-    items_.hasNotificationActiveIs(active);
+    children_.hasNotificationActiveIs(active);
   }
   void passZombie(bool zombie) override {
     source_.zekDoZombieReactors(zombie);
-    items_.zekDoZombieReactors(zombie);
+    children_.zekDoZombieReactors(zombie);
   }
 
  private:
-  explicit ShelfSyncer(const Ptr<Shelf const>& shelf) {
-    source_.create(shelf, this);
-    for (const auto& [k, item] : shelf->items()) items_.is(Ptr<Item const>(item), this, "ShelfSyncer", "itemSm");
+  explicit NodeSyncer(const Ptr<Node const>& node) {
+    source_.create(node, this);
+    for (const auto& [k, c] : node->children()) children_.is(Ptr<Node const>(c), this, "NodeSyncer", "childSm");
   }
 };
 
-void ZekPartSm::zombieStateChanging(bool zombie) {
-  note(std::string(zombie ? "zombie" : "revive") + " part " + (owner() ? owner()->name() : "?") + "/" +
-       watched()->name().str() + ", owner marked " + std::to_string(owner() && owner()->zekMarkedForDeletion()));
-}
-void ZekItemSm::zombieStateChanging(bool zombie) {
-  note(std::string(zombie ? "zombie" : "revive") + " item " + name() + ", owner marked " +
-       std::to_string(owner() && owner()->zekMarkedForDeletion()));
-}
-
 }  // namespace
 
-ZEK_TYPE_DEFINE(ZekPartSm, "Zek::test::ZekPartSm")
-ZEK_TYPE_DEFINE(ZekItemSm, "Zek::test::ZekItemSm")
-ZEK_TYPE_DEFINE(ShelfSyncer, "Zek::test::ShelfSyncer")
-ZEK_TYPE_DEFINE(ShelfSyncer::ZekSource, "Zek::test::ShelfSyncer::ZekSource")
+ZEK_TYPE_DEFINE(ZekNodeSm, "Zek::test::ZekNodeSm")
+ZEK_TYPE_DEFINE(NodeSyncer, "Zek::test::NodeSyncer")
 
 namespace {
 
 class SyncerMechanismTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    journal = &events;
-    shelf->itemIs("a")->partIs(2);
-    shelf->item("a")->partIs(1);
-    shelf->itemIs("b");
-    syncer = ShelfSyncer::ShelfSyncerIs(shelf);
+    node->childIs("a")->partIs(2);
+    node->child("a")->partIs(1);
+    node->childIs("b");
+    syncer = NodeSyncer::NodeSyncerIs(node);
+    events.clear();
   }
   void TearDown() override {
     syncer = nullptr;
-    journal = nullptr;
+    EXPECT_TRUE(before.unchanged());
+    EXPECT_EQ(node->references(), 1u) << "no reactor left on the node";
   }
-  ZekItemSm* item(const char* k) const { return syncer->items_.find(k); }
+  ZekNodeSm* child(const char* k) const { return syncer->children_.find(k); }
+  ZekNodeSm* part(const char* k) const { return child("a")->parts_.find(k); }
+  Ptr<ZekNodeSm> childIs(const Ptr<Node>& n) { return syncer->children_.is(n, syncer.get(), "NodeSyncer", "childSm"); }
 
   LiveCounts before;  // taken before anything is built
-  std::vector<std::string> events;
-  Ptr<Shelf> shelf{new Shelf};
-  Ptr<ShelfSyncer> syncer;
+  Ptr<Node> node{new Node};
+  Ptr<NodeSyncer> syncer;
 };
 
-TEST_F(SyncerMechanismTest, BuildsOneChildPerMemberAndFollowsChanges) {
-  ASSERT_EQ(syncer->items_.size(), 2u);
-  ASSERT_TRUE(item("a"));
-  EXPECT_EQ(item("a")->owner(), syncer.get());
-  EXPECT_EQ(item("a")->parts_.size(), 2u);
-  EXPECT_TRUE(item("a")->hasNotificationActive());
-  EXPECT_TRUE(item("a")->parts_.find(1)->hasNotificationActive());
-  shelf->itemIs("c");
-  shelf->itemDel("b");
-  shelf->item("a")->partDel(2);
-  EXPECT_EQ(events, (std::vector<std::string>{"handleItem c", "handleItem b", "zombie item b, owner marked 0",
-                                              "zombie part a/2, owner marked 0"}));
-  EXPECT_TRUE(item("c"));
-  EXPECT_FALSE(item("b"));
-  EXPECT_FALSE(item("a")->parts_.find(2));
+TEST_F(SyncerMechanismTest, MirrorsMembersAndFollowsChanges) {
+  ASSERT_EQ(syncer->children_.size(), 2u);
+  EXPECT_EQ(child("a")->owner(), syncer.get());
+  EXPECT_EQ(part("1")->owner(), child("a"));
+  EXPECT_TRUE(part("1")->hasNotificationActive());
+  node->childIs("c");
+  node->childDel("b");
+  node->child("a")->partDel(2);
+  EXPECT_EQ(events, (Events{"handle c", "handle b", "zombie b", "zombie 2"}))
+      << "made a zombie while the back pointer is still set";
+  EXPECT_TRUE(child("c"));
+  EXPECT_FALSE(child("b"));
+  EXPECT_FALSE(part("2"));
+  EXPECT_THROW(childIs(nullptr), MutatorArgNullPointerException);
 }
 
-TEST_F(SyncerMechanismTest, ZombiesPropagateChildrenFirstThenTheOwner) {
+TEST_F(SyncerMechanismTest, ZombiesPropagateChildrenFirstAndSilenceEveryHandler) {
   syncer->zekDoZombieReactors(true);
-  EXPECT_EQ(events, (std::vector<std::string>{
-                        "zombie source, owner marked 0",
-                        "zombie part a/1, owner marked 0",
-                        "zombie part a/2, owner marked 0",
-                        "zombie item a, owner marked 0",
-                        "zombie item b, owner marked 0",
-                    }));
-  EXPECT_TRUE(syncer->zekMarkedForDeletion());
-  EXPECT_TRUE(syncer->source_.get()->zekMarkedForDeletion());
-  EXPECT_FALSE(syncer->source_.get()->hasNotificationActive()) << "a zombie's notifications are off";
-  EXPECT_FALSE(item("a")->parts_.find(2)->hasNotificationActive());
-  events.clear();
-  syncer->zekDoZombieReactors(true);
-  EXPECT_TRUE(events.empty()) << "no-op when already a zombie";
-  shelf->itemIs("ignored");
-  shelf->item("a")->weightIs(5);
-  EXPECT_TRUE(events.empty()) << "zombies run no handler";
-
-  syncer->zekDoZombieReactors(false);
-  EXPECT_FALSE(syncer->zekMarkedForDeletion());
-  EXPECT_TRUE(item("a")->parts_.find(2)->hasNotificationActive());
-  EXPECT_EQ(events.size(), 5u);
-  EXPECT_EQ(events.front(), "revive source, owner marked 1");
-}
-
-TEST_F(SyncerMechanismTest, NewChildTakesTheOwnersZombieState) {
-  syncer->zekDoZombieReactors(true);
-  Ptr<Item> loose(new Item("loose"));
-  Ptr<ZekItemSm> child = syncer->items_.is(Ptr<Item const>(loose), syncer.get(), "ShelfSyncer", "itemSm");
-  EXPECT_TRUE(child->zekMarkedForDeletion());
-  EXPECT_FALSE(child->hasNotificationActive());
-}
-
-TEST_F(SyncerMechanismTest, NotificationActivePropagatesAndIsANoOpWhenUnchanged) {
-  syncer->hasNotificationActiveIs(false);
+  EXPECT_EQ(events, (Events{"zombie source", "zombie 1", "zombie 2", "zombie a", "zombie b"}))
+      << "every owner is marked only after what it owns";
   EXPECT_FALSE(syncer->source_.get()->hasNotificationActive());
-  EXPECT_FALSE(item("b")->hasNotificationActive());
-  EXPECT_FALSE(item("a")->parts_.find(1)->hasNotificationActive());
-  shelf->itemIs("unseen");
-  EXPECT_TRUE(events.empty());
-  syncer->hasNotificationActiveIs(true);
-  EXPECT_TRUE(item("a")->parts_.find(1)->hasNotificationActive());
-
-  // One reactor switched off on its own stays off when its owners are told what they already are.
-  item("a")->parts_.find(1)->hasNotificationActiveIs(false);
-  syncer->hasNotificationActiveIs(true);
-  item("a")->hasNotificationActiveIs(true);
-  EXPECT_FALSE(item("a")->parts_.find(1)->hasNotificationActive());
-  item("a")->hasNotificationActiveIs(false);
-  item("a")->hasNotificationActiveIs(true);
-  EXPECT_TRUE(item("a")->parts_.find(1)->hasNotificationActive()) << "a real change reaches every child";
-}
-
-TEST_F(SyncerMechanismTest, SourceSlotDelReturnsTheSourceAndZombiesTheReactor) {
-  Ptr<ShelfSyncer::ZekSource> reactor(syncer->source_.get());
-  ASSERT_EQ(shelf->notifieeList()->size(), 1u);
-  Ptr<Shelf const> returned = syncer->source_.del();
-  EXPECT_EQ(returned, shelf);
-  EXPECT_FALSE(syncer->source_);
-  EXPECT_FALSE(syncer->source_.source());
-  EXPECT_TRUE(reactor->zekMarkedForDeletion());
-  EXPECT_FALSE(reactor->hasNotificationActive());
-  EXPECT_EQ(reactor->owner(), nullptr);
-  EXPECT_EQ(events.front(), "zombie source, owner marked 0");
+  EXPECT_FALSE(part("2")->hasNotificationActive());
   events.clear();
-  shelf->itemIs("after");
+  syncer->zekDoZombieReactors(true);
+  node->childIs("ignored");
+  node->child("a")->labelIs("ignored");
+  EXPECT_TRUE(events.empty()) << "a repeated step is a no-op, and zombies run no handler";
+  Ptr<ZekNodeSm> late = childIs(Ptr<Node>(new Node("late")));
+  EXPECT_TRUE(late->zekMarkedForDeletion()) << "a new child takes its owner's zombie state";
+  EXPECT_FALSE(late->hasNotificationActive());
+  syncer->children_.del("late");
+
+  events.clear();
+  syncer->zekDoZombieReactors(false);
+  EXPECT_TRUE(part("2")->hasNotificationActive());
+  EXPECT_EQ(events, (Events{"revive source", "revive 1 owner-marked", "revive 2 owner-marked",
+                            "revive a owner-marked", "revive b owner-marked"}));
+}
+
+TEST_F(SyncerMechanismTest, NotificationActivePropagatesOnlyOnARealChange) {
+  syncer->hasNotificationActiveIs(false);
+  EXPECT_FALSE(part("1")->hasNotificationActive());
+  node->childIs("unseen");
   EXPECT_TRUE(events.empty());
-  EXPECT_EQ(syncer->items_.size(), 2u) << "children stay";
-  reactor = nullptr;
-  EXPECT_TRUE(shelf->notifieeList()->empty());
-  EXPECT_FALSE(syncer->source_.del()) << "a second del has nothing to return";
+  syncer->hasNotificationActiveIs(true);
+  EXPECT_TRUE(part("1")->hasNotificationActive());
+  part("1")->hasNotificationActiveIs(false);  // switched off on its own
+  syncer->hasNotificationActiveIs(true);
+  child("a")->hasNotificationActiveIs(true);
+  EXPECT_FALSE(part("1")->hasNotificationActive()) << "owners told what they already are pass nothing on";
 }
 
-TEST_F(SyncerMechanismTest, ChildSetDelReturnsTheMemberAndZombiesTheChild) {
-  Ptr<ZekItemSm> a(item("a"));
-  Ptr<Item const> returned = syncer->items_.del("a");
-  EXPECT_EQ(returned, shelf->item("a"));
-  EXPECT_FALSE(item("a"));
-  EXPECT_TRUE(a->zekMarkedForDeletion());
-  EXPECT_FALSE(a->hasNotificationActive());
-  EXPECT_EQ(a->owner(), nullptr);
-  EXPECT_TRUE(a->parts_.find(1)->zekMarkedForDeletion());
-  EXPECT_EQ(events, (std::vector<std::string>{"zombie part a/1, owner marked 0", "zombie part a/2, owner marked 0",
-                                              "zombie item a, owner marked 0"}))
-      << "made a zombie while its back pointer is still set";
-  EXPECT_FALSE(syncer->items_.del("absent"));
-}
-
-TEST_F(SyncerMechanismTest, NullMemberRaisesTheNullPointerException) {
-  try {
-    syncer->items_.is(Ptr<Item const>(), syncer.get(), "ShelfSyncer", "itemSm");
-    FAIL() << "no exception";
-  } catch (const MutatorArgNullPointerException& e) {
-    EXPECT_STREQ(e.what(), "ShelfSyncer::itemSm: null pointer argument");
-  }
-  EXPECT_EQ(syncer->items_.size(), 2u);
+TEST_F(SyncerMechanismTest, DelReturnsTheWatchedObjectAndLeavesAnOrphanedSilentZombie) {
+  Ptr<NodeSyncer::ZekSource> source(syncer->source_.get());
+  EXPECT_EQ(syncer->source_.del(), node);
+  EXPECT_FALSE(syncer->source_.del()) << "nothing left to return";
+  Ptr<ZekNodeSm> a(child("a"));
+  EXPECT_EQ(syncer->children_.del("a"), node->child("a"));
+  EXPECT_FALSE(syncer->children_.del("absent"));
+  EXPECT_TRUE(source->zekMarkedForDeletion() && a->zekMarkedForDeletion());
+  EXPECT_FALSE(source->hasNotificationActive() || a->hasNotificationActive());
+  EXPECT_FALSE(source->owner() || a->owner());
+  EXPECT_EQ(events, (Events{"zombie source", "zombie 1", "zombie 2", "zombie a"}));
+  node->childIs("after");
+  EXPECT_EQ(events.size(), 4u);
 }
 
 TEST_F(SyncerMechanismTest, ExistingChildIsRepointedNotRebuilt) {
-  Ptr<ZekItemSm> a(item("a"));
-  Ptr<Item> other(new Item("a"));
+  Ptr<ZekNodeSm> a(child("a"));
+  Ptr<Node> other(new Node("a"));
   other->partIs(7);
-  syncer->items_.is(Ptr<Item const>(shelf->item("a")), syncer.get(), "ShelfSyncer", "itemSm");
+  childIs(node->child("a"));
   EXPECT_TRUE(events.empty()) << "same member: nothing to do";
-  Ptr<ZekItemSm> same = syncer->items_.is(Ptr<Item const>(other), syncer.get(), "ShelfSyncer", "itemSm");
-  EXPECT_EQ(same, a);
-  EXPECT_EQ(events, (std::vector<std::string>{"repoint a"}));
-  EXPECT_EQ(a->notifier(), other);
-  EXPECT_TRUE(shelf->item("a")->notifieeList()->empty()) << "the registration moved";
-  EXPECT_EQ(other->notifieeList()->size(), 1u);
-  EXPECT_TRUE(a->parts_.find(7));
-  events.clear();
-  other->weightIs(3);
-  shelf->item("a")->weightIs(3);
-  EXPECT_EQ(events, (std::vector<std::string>{"weight a"}));
-}
-
-TEST_F(SyncerMechanismTest, WalksAndDeleteAllTolerateChangesByTheVisitedChild) {
-  shelf->itemIs("c");
-  std::vector<std::string> visited;
-  syncer->items_.forEach([&](const Name& k, ZekItemSm&) {
-    visited.push_back(k.str());
-    if (k == "a") syncer->items_.del("b");
-  });
-  EXPECT_EQ(visited, (std::vector<std::string>{"a", "c"}));
-  events.clear();
-  syncer->items_.delAll();
-  EXPECT_TRUE(syncer->items_.empty());
-  EXPECT_EQ(events, (std::vector<std::string>{"zombie part a/1, owner marked 0", "zombie part a/2, owner marked 0",
-                                              "zombie item a, owner marked 0", "zombie item c, owner marked 0"}));
-}
-
-TEST_F(SyncerMechanismTest, ReleaseClearsBackPointersBeforeLettingGo) {
-  Ptr<ZekItemSm> kept(item("a"));
-  syncer->items_.release();
-  EXPECT_TRUE(syncer->items_.empty());
-  EXPECT_EQ(kept->owner(), nullptr);
+  EXPECT_EQ(childIs(other), a);
+  EXPECT_EQ(events, (Events{"repoint a"}));
+  EXPECT_TRUE(node->child("a")->notifieeList()->empty()) << "the registration moved";
+  EXPECT_TRUE(a->parts_.find("7"));
+  other->labelIs("x");
+  node->child("a")->labelIs("x");
+  EXPECT_EQ(events, (Events{"repoint a", "label a"}));
 }
 
 TEST_F(SyncerMechanismTest, InstantiateChecksAnExistingChildAndBuildsANewOne) {
-  ChildSet<int, ShelfSyncer, OrderedMap> syncers;
+  ChildSet<int, NodeSyncer, OrderedMap> syncers;
   int made = 0, checked = 0;
-  auto make = [&] {
-    ++made;
-    return ShelfSyncer::ShelfSyncerIs(shelf);
-  };
-  Ptr<ShelfSyncer> first = syncers.instantiate(1, [&](ShelfSyncer&) { ++checked; }, make);
-  Ptr<ShelfSyncer> again = syncers.instantiate(1, [&](ShelfSyncer&) { ++checked; }, make);
-  EXPECT_EQ(first, again);
-  EXPECT_EQ(made, 1);
-  EXPECT_EQ(checked, 1);
-  EXPECT_THROW(syncers.instantiate(
-                   1, [](ShelfSyncer&) { throwMutatorReinstantiating("Owner", "syncer", "1", "2"); }, make),
-               MutatorReinstantiatingException);
+  auto make = [&] { return ++made, NodeSyncer::NodeSyncerIs(node); };
+  auto check = [&](NodeSyncer&) { ++checked; };
+  Ptr<NodeSyncer> first = syncers.instantiate(1, check, make);
+  EXPECT_EQ(syncers.instantiate(1, check, make), first);
+  EXPECT_EQ(made + checked, 2);
   EXPECT_TRUE(first->hasNotificationActive());
   EXPECT_EQ(syncers.take(1), first);
   EXPECT_FALSE(syncers.take(1));
 }
 
 TEST_F(SyncerMechanismTest, HandlerReleasingItsOwnSyncerIsSafe) {
-  syncer->onHandle = [&](const Name&) { syncer = nullptr; };
-  shelf->itemIs("last straw");
+  syncer->onHandle = [&] { syncer = nullptr; };
+  node->childIs("last straw");
   EXPECT_FALSE(syncer);
-  EXPECT_EQ(events.front(), "handleItem last straw");
-  EXPECT_TRUE(shelf->notifieeList()->empty());
   EXPECT_TRUE(before.unchanged());
 }
 
-TEST_F(SyncerMechanismTest, ReleasingTheSyncerLeavesNoLiveObject) {
-  EXPECT_EQ(LiveCounts::now("Zek::test::ZekPartSm"), before.at("Zek::test::ZekPartSm") + 2);
-  EXPECT_EQ(LiveCounts::now("Zek::test::ZekItemSm"), before.at("Zek::test::ZekItemSm") + 2);
-  EXPECT_EQ(LiveCounts::now("Zek::test::ShelfSyncer::ZekSource"), 1);
-  shelf->itemIs("c")->partIs(3);  // built incrementally, after the syncer
-  Ptr<ZekItemSm> outlives(item("c"));
+TEST_F(SyncerMechanismTest, ReleasingTheSyncerLeavesNoLiveObjectOnceOutsideHoldersLetGo) {
+  EXPECT_EQ(LiveCounts::now("Zek::test::ZekNodeSm"), before.at("Zek::test::ZekNodeSm") + 4);
+  node->childIs("c")->partIs(3);  // built incrementally, after the syncer
+  Ptr<ZekNodeSm> outlives(child("c"));
   syncer = nullptr;
   EXPECT_FALSE(before.unchanged()) << "a reactor held elsewhere is still alive";
-  EXPECT_EQ(outlives->owner(), nullptr);
+  EXPECT_EQ(outlives->owner(), nullptr) << "its back pointer was cleared before the owner let go";
   EXPECT_TRUE(outlives->zekMarkedForDeletion());
   outlives = nullptr;
-  EXPECT_TRUE(before.unchanged());
-  EXPECT_EQ(shelf->references(), 1u);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Text trace: level specs, handles created after a rule, the cost of an off level, sinks.
+// Text trace (level specs, the cost of an off level, sinks) and binary trace (call-site texts, the ring).
+#include <stptxrx/runtime/BinaryTrace.h>
 #include <stptxrx/runtime/Reactor.h>
 #include <stptxrx/runtime/Trace.h>
 
@@ -7,13 +8,36 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <stdexcept>
+#include <sstream>
+
+namespace Zek::test::bt {
+
+struct Widget {
+  int member(int) const {  // returns the line of its call site
+    ZEK_BINARY_TRACE();
+    return __LINE__ - 1;
+  }
+  int withLambda() const {
+    return [] {
+      ZEK_BINARY_TRACE();
+      return __LINE__ - 1;
+    }();
+  }
+};
+
+}  // namespace Zek::test::bt
 
 namespace Zek::test {
 namespace {
 
-constexpr std::uint16_t bit(int level) { return static_cast<std::uint16_t>(1u << level); }
+std::uint16_t bits(std::initializer_list<int> levels) {
+  unsigned mask = 0;
+  for (int l : levels) mask |= 1u << l;
+  return static_cast<std::uint16_t>(mask);
+}
+std::uint16_t levelsOf(const char* handle) { return traceHandleIs(handle)->levels(); }
 
 /// Counts how often it is streamed: proves whether a message text was built.
 struct Streamed {
@@ -24,98 +48,47 @@ std::ostream& operator<<(std::ostream& os, const Streamed& s) {
   return os << "streamed";
 }
 
-struct Throwing {};
-std::ostream& operator<<(std::ostream& os, const Throwing&) {
-  throw std::runtime_error("no text");
-  return os;
-}
-
-/// Each test uses its own handle names and leaves levels and sink as it found them.
-class TraceLevelsTest : public ::testing::Test {
- protected:
+// Each test uses its own handle names; the capture puts levels, rules and sink back as they were.
+TEST(TraceLevelsTest, SpecsSetLevelsOfExistingAndLaterHandles) {
   TraceCapture cap;
-};
-
-TEST_F(TraceLevelsTest, SingleLevelRangeAndBareName) {
-  ASSERT_TRUE(traceLevelsIs("TlOne/8,TlRange/2-3,TlAll"));
-  EXPECT_EQ(traceHandleIs("TlOne")->levels(), bit(8));
-  EXPECT_EQ(traceHandleIs("TlRange")->levels(), bit(2) | bit(3));
-  EXPECT_EQ(traceHandleIs("TlAll")->levels(), 0x3ff) << "a bare name switches levels 0 to 9";
-  EXPECT_TRUE(traceHandleIs("TlRange")->enabled(3));
-  EXPECT_FALSE(traceHandleIs("TlRange")->enabled(4));
-  ASSERT_TRUE(traceLevelsIs(" TlOne/7 , ,TlAll/- "));
-  EXPECT_EQ(traceHandleIs("TlOne")->levels(), bit(7) | bit(8)) << "a later item adds the levels it names";
-  EXPECT_EQ(traceHandleIs("TlAll")->levels(), 0u) << "'-' switches a handle off";
+  TraceHandle* existing = traceHandleIs("TlExisting");
+  traceHandleIs("TlApi")->levelsIs(bits({5}));
+  ASSERT_TRUE(cap.levelsIs("TlOne/8,TlRange/2-3,TlAll"));
+  EXPECT_EQ(levelsOf("TlOne"), bits({8}));
+  EXPECT_EQ(levelsOf("TlRange"), bits({2, 3}));
+  EXPECT_EQ(levelsOf("TlAll"), 0x3ff) << "a bare name switches levels 0 to 9";
+  EXPECT_EQ(levelsOf("TlApi"), bits({5})) << "levels set by API survive specs for other handles";
+  ASSERT_TRUE(cap.levelsIs(" TlOne/7 , ,TlAll/- "));
+  EXPECT_EQ(levelsOf("TlOne"), bits({7, 8})) << "a later item adds the levels it names";
+  EXPECT_EQ(levelsOf("TlAll"), 0u) << "'-' switches a handle off";
+  ASSERT_TRUE(cap.levelsIs("*/1,TlNamed/2"));
+  EXPECT_EQ(existing->levels(), bits({1}));
+  EXPECT_EQ(levelsOf("TlFuture"), bits({1})) << "a handle created after the rule gets its level";
+  EXPECT_EQ(levelsOf("TlNamed"), bits({1, 2}));
 }
 
-TEST_F(TraceLevelsTest, WildcardReachesExistingAndFutureHandles) {
-  TraceHandle* existing = traceHandleIs("TlWildExisting");
-  ASSERT_TRUE(traceLevelsIs("*/1,TlWildNamed/2"));
-  EXPECT_EQ(existing->levels(), bit(1));
-  EXPECT_EQ(traceHandleIs("TlWildFuture")->levels(), bit(1)) << "created after the rule, gets its level";
-  EXPECT_EQ(traceHandleIs("TlWildNamed")->levels(), bit(1) | bit(2));
-  ASSERT_TRUE(traceLevelsIs("*/-"));
-  EXPECT_EQ(traceHandleIs("TlWildNamed")->levels(), 0u);
-}
-
-TEST_F(TraceLevelsTest, HandleCreatedAfterTheRuleGetsTheLevel) {
-  ASSERT_TRUE(traceLevelsIs("TlCreatedLater/8"));
-  EXPECT_EQ(traceHandleIs("TlCreatedLater")->levels(), bit(8));
-  EXPECT_EQ(traceHandleIs("TlCreatedLater"), traceHandleIs("TlCreatedLater")) << "one handle per name";
-}
-
-TEST_F(TraceLevelsTest, MalformedSpecIsRejectedAndChangesNothing) {
-  TraceHandle* h = traceHandleIs("TlMalformed");
-  h->levelsIs(bit(4));
-  for (const char* bad : {"TlMalformed/8,TlMalformed/x", "TlMalformed/10", "TlMalformed/3-1", "/3",
-                          "TlMalformed/1-", "TlMalformed/-2", "TlMalformed/8,*/1/2"}) {
+TEST(TraceLevelsTest, MalformedSpecsAreRejectedAndChangeNothing) {
+  TraceCapture cap;
+  traceHandleIs("TlBad")->levelsIs(bits({4}));
+  for (const char* bad : {"TlBad/8,TlBad/x", "TlBad/10", "TlBad/3-1", "/3", "TlBad/1-", "TlBad/-2", "TlNew/8,*/1/2"}) {
     EXPECT_FALSE(traceLevelsIs(bad)) << bad;
-    EXPECT_EQ(h->levels(), bit(4)) << bad;
+    EXPECT_EQ(levelsOf("TlBad"), bits({4})) << bad;
   }
-  EXPECT_EQ(traceHandleIs("TlMalformedNew")->levels(), 0u) << "no rule of a rejected spec is kept";
+  EXPECT_EQ(levelsOf("TlNew"), 0u) << "no item of a rejected spec is kept";
 }
 
-TEST_F(TraceLevelsTest, LevelsSetByApiSurviveSpecsForOtherHandles) {
-  TraceHandle* h = traceHandleIs("TlApi");
-  h->levelsIs(bit(5));
-  ASSERT_TRUE(traceLevelsIs("TlApiOther/8"));
-  EXPECT_EQ(h->levels(), bit(5));
-}
-
-TEST(TraceLevelMaskTest, ParsesTheLevelPart) {
-  std::uint16_t mask = 0xffff;
-  EXPECT_TRUE(traceLevelMaskOf("0", mask));
-  EXPECT_EQ(mask, bit(0));
-  EXPECT_TRUE(traceLevelMaskOf("9", mask));
-  EXPECT_EQ(mask, bit(9));
-  EXPECT_TRUE(traceLevelMaskOf("0-9", mask));
-  EXPECT_EQ(mask, 0x3ff);
-  EXPECT_TRUE(traceLevelMaskOf("-", mask));
-  EXPECT_EQ(mask, 0u);
-  mask = 0x55;
-  EXPECT_FALSE(traceLevelMaskOf("a", mask));
-  EXPECT_FALSE(traceLevelMaskOf("5-", mask));
-  EXPECT_FALSE(traceLevelMaskOf("+5", mask));
-  EXPECT_EQ(mask, 0x55) << "untouched on failure";
-}
-
-TEST(TraceEnvironmentTest, StartupLevelsComeFromTheEnvironment) {
+TEST(TraceLevelsDeathTest, StartupLevelsComeFromTheEnvironment) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process that reads the variable
   ::setenv("STPTXRX_TRACE", "TlEnv/8,TlEnvRange/2-3", 1);
-  EXPECT_EXIT(
-      {
-        bool ok = traceHandleIs("TlEnv")->levels() == bit(8) &&
-                  traceHandleIs("TlEnvRange")->levels() == (bit(2) | bit(3));
-        std::exit(ok ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(std::exit(levelsOf("TlEnv") == bits({8}) && levelsOf("TlEnvRange") == bits({2, 3}) ? 0 : 1),
+              ::testing::ExitedWithCode(0), "");
   ::setenv("STPTXRX_TRACE", "TlEnv/x", 1);
-  EXPECT_EXIT(std::exit(traceHandleIs("TlEnv")->levels() == 0 ? 0 : 1), ::testing::ExitedWithCode(0),
+  EXPECT_EXIT(std::exit(levelsOf("TlEnv")), ::testing::ExitedWithCode(0),
               "STPTXRX_TRACE: cannot parse \"TlEnv/x\"; tracing stays off");
   ::unsetenv("STPTXRX_TRACE");
 }
 
-TEST(TraceCostTest, OffLevelBuildsNoTextAndAllocatesNothing) {
+TEST(TraceSinkTest, OffLevelBuildsNoTextAndOnLevelReachesTheSinkWithItsSource) {
   TraceCapture cap({"TlCost/8"});
   TraceHandle* h = traceHandleIs("TlCost");
   int streamed = 0;
@@ -123,51 +96,103 @@ TEST(TraceCostTest, OffLevelBuildsNoTextAndAllocatesNothing) {
   for (int i = 0; i < 100; ++i) ZEK_TRACE(h, 7, "value " << Streamed{&streamed} << std::string(100, 'x'));
   EXPECT_EQ(scope.count(), 0u);
   EXPECT_EQ(streamed, 0);
-  EXPECT_TRUE(cap.lines().empty());
   ZEK_TRACE(h, 8, "value " << Streamed{&streamed});
+  ZEK_SYNCER_TRACE(h, 8, "Stp/StpTxStatusSyncer", "TxStatusToTxSyncer", "[g]", "handleTxMstStatus", "create " << 2);
   EXPECT_EQ(streamed, 1);
-  EXPECT_EQ(cap.texts(), (std::vector<std::string>{"value streamed"}));
-}
+  ASSERT_EQ(cap.lines().size(), 2u);
+  EXPECT_EQ(cap.lines()[0].level, 8);
+  EXPECT_TRUE(cap.lines()[0].file.ends_with("tests/runtime/TraceTest")) << cap.lines()[0].file;
+  EXPECT_EQ(cap.lines()[0].function, "TestBody");
+  EXPECT_EQ(cap.lines()[1].file, "Stp/StpTxStatusSyncer");
+  EXPECT_EQ(cap.texts(),
+            (std::vector<std::string>{"value streamed", "TxStatusToTxSyncer[g]::handleTxMstStatus() create 2"}));
 
-TEST(TraceSinkTest, CapturingSinkGetsHandleLevelFileFunctionAndText) {
-  TraceCapture cap({"TlSink/3,TlSyncer/8"});
-  const int line = __LINE__ + 1;
-  ZEK_TRACE(traceHandleIs("TlSink"), 3, "Packet allocation failed");
-  ZEK_TRACE_FROM(traceHandleIs("TlSink"), 3, "Stp/StpTxRxUtils", "from " << 2);
-  ZEK_SYNCER_TRACE(traceHandleIs("TlSyncer"), 8, "Stp/StpTxStatusSyncer", "TxStatusToTxSyncer", "[g]",
-                   "handleTxMstStatus", "create " << "g");
-  ASSERT_EQ(cap.lines().size(), 3u);
-  const auto& first = cap.lines()[0];
-  EXPECT_EQ(first.handle, "TlSink");
-  EXPECT_EQ(first.level, 3);
-  EXPECT_TRUE(first.file.ends_with("tests/runtime/TraceTest")) << first.file << ": extension dropped";
-  EXPECT_EQ(first.function, "TestBody");
-  EXPECT_EQ(first.text, "Packet allocation failed");
-  EXPECT_EQ(cap.lines()[1].file, "Stp/StpTxRxUtils");
-  EXPECT_EQ(cap.lines()[1].text, "from 2");
-  EXPECT_EQ(cap.lines()[2].file, "Stp/StpTxStatusSyncer");
-  EXPECT_EQ(cap.lines()[2].text, "TxStatusToTxSyncer[g]::handleTxMstStatus() create g");
-  (void)line;
-}
-
-TEST(TraceSinkTest, StderrSinkWritesOneLinePerMessage) {
-  traceHandleIs("TlStderr")->levelsIs(bit(2));
+  traceSinkIs(nullptr);  // the stderr sink, until the capture puts its own back
   ::testing::internal::CaptureStderr();
   const int line = __LINE__ + 1;
-  ZEK_TRACE_FROM(traceHandleIs("TlStderr"), 2, "/x/src/Stp/StpTxRxUtils.cpp", "hello " << 42);
-  std::string out = ::testing::internal::GetCapturedStderr();
-  traceHandleIs("TlStderr")->levelsIs(0);
-  EXPECT_EQ(out, "TlStderr/2 Stp/StpTxRxUtils:" + std::to_string(line) + " TestBody: hello 42\n");
+  ZEK_TRACE_FROM(h, 8, "/x/src/Stp/StpTxRxUtils.cpp", "hello " << 42);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "TlCost/8 Stp/StpTxRxUtils:" + std::to_string(line) + " TestBody: hello 42\n");
 }
 
-TEST(TraceDeathTest, ExceptionWhileBuildingAMessageEndsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        traceHandleIs("TlThrow")->levelsIs(bit(1));
-        ZEK_TRACE(traceHandleIs("TlThrow"), 1, "x" << Throwing{});
-      },
-      "");
+class BinaryTraceTest : public ::testing::Test {
+ protected:
+  void SetUp() override { BinaryTrace::clear(); }
+  void TearDown() override {
+    BinaryTrace::enabledIs(true);
+    BinaryTrace::clear();
+  }
+  static std::string newestText() {
+    BinaryTrace::Record r{};
+    EXPECT_TRUE(BinaryTrace::recent(0, r));
+    return BinaryTrace::messageText(r.message);
+  }
+};
+
+TEST_F(BinaryTraceTest, CallSiteTextIsTheQualifiedNameWithoutReturnTypeOrParameters) {
+  int line = bt::Widget().member(1);
+  EXPECT_EQ(newestText(), "Zek::test::bt::Widget::member():" + std::to_string(line));
+  line = bt::Widget().withLambda();
+  EXPECT_EQ(newestText(), "Zek::test::bt::Widget::withLambda():" + std::to_string(line)) << "a lambda names its function";
+  // Signatures as either compiler spells them.
+  const std::pair<const char*, const char*> cases[] = {
+      {"void (anonymous namespace)::Fake::handle(int)", "(anonymous namespace)::Fake::handle"},
+      {"void {anonymous}::Fake::handle(int)", "{anonymous}::Fake::handle"},
+      {"bool Ns::W::operator<(const Ns::W &) const", "Ns::W::operator<"},
+      {"Ns::W &Ns::W::operator<<(int)", "Ns::W::operator<<"},
+      {"Ns::W& Ns::W::operator>>(int)", "Ns::W::operator>>"},
+      {"auto Ns::W::operator<=>(const Ns::W &) const", "Ns::W::operator<=>"},
+      {"Ns::W *Ns::P::operator->() const", "Ns::P::operator->"},
+      {"void Ns::F::operator()(int) const", "Ns::F::operator()"},
+      {"auto Ns::W::f()::(anonymous class)::operator()() const", "Ns::W::f"},
+      {"std::function<void (int)> Ns::make(std::function<void (int)>)", "Ns::make"},
+      {"void Ns::C<T>::m() [with T = std::map<int, int>]", "Ns::C<T>::m"},
+      {"std::map<int, std::vector<int> > Ns::C<int, std::less<int> >::m() const", "Ns::C<int, std::less<int> >::m"},
+      {"Ns::Free::Free()", "Ns::Free::Free"},
+      {"main", "main"},
+  };
+  for (const auto& [pretty, name] : cases) {
+    EXPECT_EQ(BinaryTrace::messageText(BinaryTrace::callSiteIs(pretty, __FILE__, 9)), std::string(name) + "():9")
+        << pretty;
+  }
+}
+
+TEST_F(BinaryTraceTest, CallSiteRegistersOnceAndRecordsOnlyWhileOn) {
+  bt::Widget().member(1);
+  BinaryTrace::Record first{}, second{};
+  ASSERT_TRUE(BinaryTrace::recent(0, first));
+  BinaryTrace::enabledIs(false);
+  bt::Widget().member(1);
+  EXPECT_EQ(BinaryTrace::recordCount(), 1u) << "switched off: nothing recorded";
+  {
+    BinaryTrace::enabledIs(true);
+    BinaryTrace::BlockTimer timer(first.message);
+    BinaryTrace::enabledIs(false);
+  }
+  EXPECT_EQ(BinaryTrace::recordCount(), 2u) << "a timer started while on records when it ends";
+  ASSERT_TRUE(BinaryTrace::recent(0, second));
+  EXPECT_EQ(second.message, first.message);
+  EXPECT_GE(second.start, first.start);
+}
+
+TEST_F(BinaryTraceTest, RingKeepsTheLatestRecordsAndDumpsThemOldestFirst) {
+  const std::uint32_t m = BinaryTrace::callSiteIs("int Ns::C<int>::m(int) const", __FILE__, 7);
+  BinaryTrace::record(m, 100, 5);
+  std::ostringstream partly;
+  BinaryTrace::dump(partly);
+  EXPECT_EQ(partly.str(), "Ns::C<int>::m():7 start=100 elapsed=5\n");
+  BinaryTrace::clear();
+  const std::uint64_t total = BinaryTrace::ringSize + 10;
+  for (std::uint64_t i = 0; i < total; ++i) BinaryTrace::record(m, i, 1);
+  EXPECT_EQ(BinaryTrace::recordCount(), total);
+  BinaryTrace::Record r{};
+  EXPECT_FALSE(BinaryTrace::recent(BinaryTrace::ringSize, r));
+  std::ostringstream full;
+  BinaryTrace::dump(full);
+  const std::string text = full.str();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), BinaryTrace::ringSize);
+  EXPECT_TRUE(text.starts_with("Ns::C<int>::m():7 start=10 elapsed=1\n")) << "the oldest record kept";
+  EXPECT_TRUE(text.ends_with("start=" + std::to_string(total - 1) + " elapsed=1\n"));
 }
 
 }  // namespace
