@@ -52,14 +52,16 @@ void TxStatusToRxSyncer::ZekTxMstStatusSm::handleInitialized() {
   STP_TX_SYNCER_TRACE(8, "TxToRx::ZekTxMstStatusSm", keyInfo(), "handleInitialized", "");
   if (owner()) rxMstStatus_ = owner()->rxStatus()->rxMstStatusIs(name_);
   if (!rxMstStatus_) return;
+  // A missing source group is an empty one: nothing to visit, and every destination port is stale.
   Zek::Ptr<TxMstStatus const> src = watchedPtr();
   if (src) {
     for (const auto& [intf, port] : src->txMstPortStatus()) handleTxMstPortStatus(intf);
-    // Every source port now has its destination port, so equal counts mean equal sets.
-    if (rxMstStatus_->rxMstPortStatus().size() != src->txMstPortStatus().size()) {
-      for (const auto& [intf, port] : rxMstStatus_->rxMstPortStatus()) {
-        if (!src->txMstPortStatus(intf)) rxMstStatus_->rxMstPortStatusDel(intf);
-      }
+  }
+  // Every source port now has its destination port, so equal counts mean equal sets.
+  const std::size_t sourceCount = src ? src->txMstPortStatus().size() : 0;
+  if (rxMstStatus_->rxMstPortStatus().size() != sourceCount) {
+    for (const auto& [intf, port] : rxMstStatus_->rxMstPortStatus()) {
+      if (!src || !src->txMstPortStatus(intf)) rxMstStatus_->rxMstPortStatusDel(intf);
     }
   }
   initializedIs(true);
@@ -142,13 +144,17 @@ void TxStatusToRxSyncer::handleTxMstStatus(const Zek::Name& name) {
 void TxStatusToRxSyncer::handleInitialized() {
   ZEK_BINARY_TRACE();
   STP_TX_SYNCER_TRACE(8, "TxToRx", keyInfo(), "handleInitialized", "");
-  if (Zek::Ptr<TxStatus const> src = source()) {
+  // A missing source is an empty one: nothing to visit, and every destination group is stale. A null
+  // destination is only legal without a source, and then there is nothing to clean.
+  Zek::Ptr<TxStatus const> src = source();
+  if (src) {
     for (const auto& [name, group] : src->txMstStatus()) handleTxMstStatus(name);
-    // Every source group now has its destination group, so equal counts mean equal sets.
-    if (rxStatus_->rxMstStatus().size() != src->txMstStatus().size()) {
-      for (const auto& [name, group] : rxStatus_->rxMstStatus()) {
-        if (!src->txMstStatus(name)) rxStatus_->rxMstStatusDel(name);
-      }
+  }
+  // Every source group now has its destination group, so equal counts mean equal sets.
+  const std::size_t sourceCount = src ? src->txMstStatus().size() : 0;
+  if (rxStatus_ && rxStatus_->rxMstStatus().size() != sourceCount) {
+    for (const auto& [name, group] : rxStatus_->rxMstStatus()) {
+      if (!src || !src->txMstStatus(name)) rxStatus_->rxMstStatusDel(name);
     }
   }
   initializedIs(true);

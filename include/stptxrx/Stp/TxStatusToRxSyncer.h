@@ -22,9 +22,12 @@ namespace StpTxRx {
 /// destination's content except through the handlers (a source group or port that goes, or a stale entry
 /// found by a full pass); destroying the syncer or deleting a reactor leaves the destination as it is.
 ///
-/// Null input: a null source is legal: there is no reactor, and `handleInitialized()` has no source
-/// collection to visit, so its passes do nothing (the destination is neither filled nor cleaned). The
-/// destination must be non-null whenever there is a source: every handler writes through it.
+/// Null input: a null source is legal and counts as an empty one (as in TxStatusToTxSyncer): there is no
+/// reactor, `handleInitialized()` visits no group and its stale pass deletes every destination group, and
+/// `handleTxMstStatus(name)` deletes the group. The same holds after sourceDel() once a pass runs again,
+/// and for a group reactor whose source group is gone (every destination port is deleted). The
+/// destination must be non-null whenever there is a source or a handler runs; with no source, a null
+/// destination is tolerated by `handleInitialized()` (nothing to clean).
 ///
 /// Tracing: handle "StpTxStatusSyncer", level 8, label "TxToRx" with an empty keyInfo; the group reactors
 /// use "TxToRx::ZekTxMstStatusSm" and "[" + group name + "]".
@@ -78,8 +81,9 @@ class STPTXRX_EXPORT TxStatusToRxSyncer : public Zek::Owner, public Zek::Initial
 
     /// Full pass over the group: fetch or create the destination group, `handleTxMstPortStatus` for every
     /// source port, then, only when the port counts differ, delete (untraced) every destination port the
-    /// source group lacks. No `initialized` guard: each call does the full pass. Without an owner, and
-    /// before any destination group was fetched, it only traces.
+    /// source group lacks. No `initialized` guard: each call does the full pass. Once unbound (no source
+    /// group) the group counts as empty: every destination port is deleted. Without an owner, and before
+    /// any destination group was fetched, it only traces.
     void handleInitialized();
     /// Creates the destination port when the source group has `intf`, deletes it otherwise.
     void handleTxMstPortStatus(const IntfId& intf);
@@ -124,7 +128,8 @@ class STPTXRX_EXPORT TxStatusToRxSyncer : public Zek::Owner, public Zek::Initial
   void handleTxMstStatus(const Zek::Name& name);
   /// Full pass: handleTxMstStatus for every source group, then, only when the group counts differ, the
   /// untraced deletion of every destination group the source lacks; then initializedIs(true). No
-  /// `initialized` guard. With no source the passes do nothing.
+  /// `initialized` guard. With no source the source counts as empty: no group is visited and every
+  /// destination group is deleted.
   void handleInitialized();
 
   /// Disconnects the source (reactor made a zombie, back pointer cleared, released) and returns it (null
