@@ -25,10 +25,8 @@ TEST(EthAddrTest, OctetsInOrderPrintedAsLowerCaseHex) {
   EthAddr a(0x00, 0x11, 0x22, 0xaB, 0x0c, 0xFF);
   EXPECT_EQ(text(a), "00:11:22:ab:0c:ff");
   EXPECT_EQ(EthAddr(std::array<std::uint8_t, 6>{0, 0x11, 0x22, 0xab, 0x0c, 0xff}), a);
-  EXPECT_NE(EthAddr(0, 0x11, 0x22, 0xab, 0x0c, 0xfe), a);
   EXPECT_LT(EthAddr(0, 0, 0, 0, 0, 1), EthAddr(0, 0, 0, 0, 1, 0));
-  EXPECT_TRUE(EthAddr().isZero());
-  EXPECT_FALSE(EthAddr(0, 0, 0, 0, 0, 1).isZero());
+  EXPECT_TRUE(EthAddr().isZero() && !EthAddr(0, 0, 0, 0, 0, 1).isZero());
 }
 
 // Sorting checks the natural order; the pairwise loop checks that it is a strict weak order consistent

@@ -28,12 +28,12 @@ TEST(PktHeadDataTest, PrependWithinTheHeadRoomStaysInTheBuffer) {
   std::uint8_t* frame = p->headDataIs(17);
   EXPECT_EQ(frame, p->data());
   EXPECT_EQ(frame + 17, body) << "the earlier data stays where it was";
-  EXPECT_EQ(body[35], 135);
   EXPECT_EQ(p->headDataIs(0), frame);
   EXPECT_EQ(p->size(), 53u);
   p->headDataIs(room - 53);
   EXPECT_EQ(p->headRoom(), 0u);
   EXPECT_EQ(p->buffer().get(), buffer) << "no new buffer while the head room suffices";
+  EXPECT_EQ(body[35], 135);
 }
 
 TEST(PktHeadDataTest, PrependBeyondTheHeadRoomMovesTheDataToALargerBuffer) {
@@ -42,7 +42,6 @@ TEST(PktHeadDataTest, PrependBeyondTheHeadRoomMovesTheDataToALargerBuffer) {
   fill(p->headDataIs(100), 100, 1);
   PktBuffer::Ptr old = p->buffer();  // another holder of the old buffer
   std::uint8_t* start = p->headDataIs(53);
-  ASSERT_NE(p->buffer(), old);
   EXPECT_EQ(p->buffer()->capacity(), room + 53);
   EXPECT_EQ(p->size(), 153u);
   EXPECT_EQ(start, p->data());
@@ -52,47 +51,39 @@ TEST(PktHeadDataTest, PrependBeyondTheHeadRoomMovesTheDataToALargerBuffer) {
   EXPECT_EQ(old->bytes()[room - 100], 1) << "which its other holder still sees unchanged";
   Pkt::Ptr empty = m.newPkt();
   fill(empty->headDataIs(1000), 1000, 0);  // the whole window is writable (ASan)
-  EXPECT_EQ(empty->buffer()->capacity(), room + 1000);
-  EXPECT_EQ(empty->data() + 1000, empty->buffer()->bytes() + empty->buffer()->capacity());
+  EXPECT_EQ(empty->data() + 1000, empty->buffer()->bytes() + room + 1000);
 }
 
 TEST(PktPoolTest, ReleasedPacketsComeBackEmptyWithTheirBufferAndAWarmPoolAllocatesNothing) {
   PktManager m;
   const Pkt* first = m.newPkt().get();  // released at once
-  EXPECT_EQ(m.pooledCount(), 1u);
   const PktBuffer* buffer = m.newPkt()->buffer().get();
   Zek::test::AllocScope scope;
   for (int i = 0; i < 1000; ++i) {
     Pkt::Ptr p = m.newPkt();
     ASSERT_EQ(p.get(), first);
-    EXPECT_EQ(p->buffer().get(), buffer);
-    EXPECT_EQ(p->size(), 0u);
-    EXPECT_EQ(p->headRoom(), room);
+    ASSERT_EQ(p->buffer().get(), buffer);
+    ASSERT_EQ(p->data(), buffer->bytes() + room) << "empty again, with the whole head room";
     fill(p->headDataIs(53), 53, 0);
   }
   EXPECT_EQ(scope.count(), 0u);
-  EXPECT_EQ(m.liveCount(), 0u);
+  EXPECT_EQ(m.pooledCount(), 1u);
 }
 
 TEST(PktPoolTest, SharedOrOversizedBuffersAreNotRecycledAndThePoolIsBounded) {
   PktManager m;
   Pkt::Ptr p = m.newPkt();
-  fill(p->headDataIs(4), 4, 7);
   PktBuffer::Ptr kept = p->buffer();
   p = nullptr;  // back to the pool while its buffer is held here
   p = m.newPkt();
   EXPECT_NE(p->buffer(), kept);
-  fill(p->headDataIs(room), room, 0);
-  EXPECT_EQ(kept->bytes()[room - 4], 7) << "the kept buffer is not overwritten";
-  p->headDataIs(200);
+  p->headDataIs(room + 200);
   p = nullptr;
   p = m.newPkt();
-  EXPECT_EQ(p->headRoom(), room + 200) << "a grown buffer within the bound is recycled";
+  EXPECT_EQ(p->headRoom(), 2 * room + 200) << "a grown buffer within the bound is recycled";
   p->headDataIs(PktManager::maxPooledBufferSize);
   p = nullptr;
-  p = m.newPkt();
-  EXPECT_EQ(p->headRoom(), room) << "an oversized buffer is dropped";
-
+  EXPECT_EQ(m.newPkt()->headRoom(), room) << "an oversized buffer is dropped";
   m.pooledLimitIs(3);
   std::vector<Pkt::Ptr> held(5);
   for (auto& h : held) h = m.newPkt();
@@ -104,10 +95,6 @@ TEST(PktPoolTest, SharedOrOversizedBuffersAreNotRecycledAndThePoolIsBounded) {
 
 TEST(PktLiveLimitTest, NoPacketWhileTheLimitIsReached) {
   PktManager m;
-  std::vector<Pkt::Ptr> held(1000);
-  for (auto& h : held) h = m.newPkt();
-  EXPECT_TRUE(held.back()) << "no limit by default";
-  held.clear();
   m.liveLimitIs(2);
   Pkt::Ptr a = m.newPkt(), b = m.newPkt();
   ASSERT_TRUE(a && b);
@@ -120,6 +107,10 @@ TEST(PktLiveLimitTest, NoPacketWhileTheLimitIsReached) {
   EXPECT_TRUE(m.newPkt());
   m.liveLimitIs(1);
   EXPECT_FALSE(m.newPkt()) << "lowered below the live count: still refused";
+  m.liveLimitIs(0);
+  std::vector<Pkt::Ptr> held(1000);
+  for (auto& h : held) h = m.newPkt();
+  EXPECT_TRUE(held.back()) << "0: no limit";
 }
 
 class PktRefCountTest : public ::testing::TestWithParam<bool> {
@@ -132,12 +123,6 @@ TEST_P(PktRefCountTest, PacketReturnsToThePoolExactlyOnceAtTheLastRelease) {
   PktManager m;
   std::vector<Pkt::Ptr> shared;
   for (int i = 0; i < 8; ++i) shared.push_back(m.newPkt());
-  {
-    Pkt::Ptr copy = shared[0];
-    Zek::Ptr<const Pkt> view = copy;
-    EXPECT_EQ(shared[0]->references(), 3u);
-  }
-  EXPECT_EQ(m.pooledCount(), 0u);
   if (Zek::threadSafePointers_) {  // packets copied, taken and released on several threads at once
     std::vector<std::thread> workers;
     for (int t = 0; t < 4; ++t) {

@@ -105,7 +105,7 @@ TEST(HashMapCompactionTest, LookupsAndOrderSurviveCompactionWhichWaitsForLiveWal
   map.insert("late", 100);
   visited.clear();
   for (const auto& [k, v] : map) visited.push_back(v);
-  EXPECT_EQ(visited, (std::vector<int>{3, 7, 11, 15, 19, 23, 27, 31, 35, 39, 100}));
+  EXPECT_EQ(visited, (std::vector<int>{3, 7, 11, 15, 19, 23, 27, 31, 35, 39, 100})) << "order survives compaction";
 }
 
 }  // namespace
