@@ -37,7 +37,7 @@ class IntxInfoChangeSmTest : public ::testing::Test {
   Zek::test::LiveCounts before_;
 };
 
-TEST_F(IntxInfoChangeSmTest, DirectCallsSwitchesAndIgnoredNotificationsCountAsDocumented) {
+TEST_F(IntxInfoChangeSmTest, DirectCallsUnbindingAndTheNotificationSwitchCountAsDocumented) {
   auto none = intxInfoChangeSmFactory(nullptr, VlanIdOrNone(0));  // legal: watches nothing, reports 1
   EXPECT_EQ(none->intxInfoDel(), nullptr);
   EXPECT_EQ(none->updatedFieldCount(), 1u);
