@@ -175,6 +175,9 @@ TEST_F(IntxInfoSyncerTest, HandlersRecordBinaryTraceOnlyWhenEnabledAndAllocateNo
   for (const bool binaryTrace : {true, false}) {
     SCOPED_TRACE(binaryTrace ? "binary trace on" : "binary trace off");
     Zek::BinaryTrace::enabledIs(binaryTrace);
+    // A call site registers (and allocates its text) the first time it runs in the process.
+    src_->mstiN(0)->remainingHopsIs(0);
+    src_->stpVersionIs(StpBpduVersion{0});
     const std::uint64_t records = Zek::BinaryTrace::recordCount();
     Zek::test::AllocScope scope;
     for (std::uint8_t v = 1; v <= 100; ++v) {
