@@ -12,6 +12,7 @@ namespace Zek {
 
 class TypeNode;
 class NotifieeList;
+class NotifieeConst;
 
 /// Process-wide switch: reference counts are changed atomically when on, with plain arithmetic when off
 /// (the default). Flip it only while no other thread touches runtime objects.
@@ -24,6 +25,9 @@ STPTXRX_EXPORT extern bool threadSafePointers_;
 /// which deletes the object. Objects are therefore always created with `new` and handed to a `Ptr`.
 class STPTXRX_EXPORT PtrInterface {
  public:
+  /// The reactor base (Notifiee.h), also reachable under this class as `PtrInterface::NotifieeConst`.
+  using NotifieeConst = ::Zek::NotifieeConst;
+
   PtrInterface() = default;
   PtrInterface(const PtrInterface&) = delete;
   PtrInterface& operator=(const PtrInterface&) = delete;
