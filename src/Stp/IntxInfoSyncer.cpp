@@ -261,23 +261,7 @@ void IntxInfoSyncer::ZekMstiNSm::copyAllData() {
   copyAllFields(*dst);
 }
 
-void IntxInfoSyncer::ZekMstiNSm::copyAllFields(IntxMstiInfo& dst) {
-  const IntxMstiInfo* src = watched();
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::flags, &IntxMstiInfo::flagsIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::portId, &IntxMstiInfo::portIdIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs>(
-      src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs>(src, dst);
-  copyAttribute<IntxMstiInfo, &IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>(src, dst);
-}
+void IntxInfoSyncer::ZekMstiNSm::copyAllFields(IntxMstiInfo& dst) { dst.valuesIs(watched()); }
 
 template <auto Get, auto Set>
 void IntxInfoSyncer::ZekMstiNSm::copyField() {

@@ -15,19 +15,7 @@ void copyIntxInfo(Zek::Ptr<IntxInfo const> src, Zek::Ptr<IntxInfo> dst) {
   // greater key: no entry is visited twice and none is skipped that still exists.
   for (const auto& [key, s] : src->mstiN()) {
     const Zek::Ptr<IntxMstiInfo> d = dst->mstiNIs(key);
-    d->flagsIs(s->flags());
-    d->bridgeIdIs(s->bridgeId());
-    d->portIdIs(s->portId());
-    d->cistRootBridgeIdIs(s->cistRootBridgeId());
-    d->cistExtRootPathCostIs(s->cistExtRootPathCost());
-    d->cistRegionalRootBridgeIdIs(s->cistRegionalRootBridgeId());
-    d->intRootPathCostIs(s->intRootPathCost());
-    d->regionalRootBridgeIdIs(s->regionalRootBridgeId());
-    d->remainingHopsIs(s->remainingHops());
-    d->messageAgeIs(s->messageAge());
-    d->maxAgeIs(s->maxAge());
-    d->helloTimeIs(s->helloTime());
-    d->fwdDelayIs(s->fwdDelay());
+    d->valuesIs(s.get());
   }
 
   // Every source key is now in dst, so equal counts mean equal key sets.

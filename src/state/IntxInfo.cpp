@@ -8,12 +8,9 @@ ZEK_TYPE_DEFINE(IntxMstiInfo, "StpTxRx::IntxMstiInfo")
 ZEK_TYPE_DEFINE(IntxInfo, "StpTxRx::IntxInfo")
 
 bool IntxMstiInfo::sameValues(const IntxMstiInfo& o) const {
-  return flags_ == o.flags_ && bridgeId_ == o.bridgeId_ && portId_ == o.portId_ &&
-         cistRootBridgeId_ == o.cistRootBridgeId_ && cistExtRootPathCost_ == o.cistExtRootPathCost_ &&
-         cistRegionalRootBridgeId_ == o.cistRegionalRootBridgeId_ && intRootPathCost_ == o.intRootPathCost_ &&
-         regionalRootBridgeId_ == o.regionalRootBridgeId_ && remainingHops_ == o.remainingHops_ &&
-         messageAge_ == o.messageAge_ && maxAge_ == o.maxAge_ && helloTime_ == o.helloTime_ &&
-         fwdDelay_ == o.fwdDelay_;
+  bool same = true;
+  forEachField([&](auto get, auto) { same = same && (this->*get)() == (o.*get)(); });
+  return same;
 }
 
 IntxInfo::Ptr IntxInfo::IntxInfoIs(VlanIdOrNone vlanIdOrZero) { return Ptr(new IntxInfo(vlanIdOrZero)); }

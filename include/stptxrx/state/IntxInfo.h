@@ -7,6 +7,7 @@
 #include <stptxrx/state/StpTypes.h>
 
 #include <iosfwd>
+#include <type_traits>
 
 namespace StpTxRx {
 
@@ -78,6 +79,34 @@ class STPTXRX_EXPORT IntxMstiInfo : public Zek::Entity {
 
   /// True when every attribute but the key is equal.
   bool sameValues(const IntxMstiInfo& o) const;
+
+  /// Calls `visit(getter, setter)` with the member pointers of the thirteen attributes, in declaration
+  /// order: the one list of the fields that every whole-entry copy and comparison walks.
+  template <class Visit>
+  static constexpr void forEachField(Visit&& visit) {
+    visit(&IntxMstiInfo::flags, &IntxMstiInfo::flagsIs);
+    visit(&IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs);
+    visit(&IntxMstiInfo::portId, &IntxMstiInfo::portIdIs);
+    visit(&IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs);
+    visit(&IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs);
+    visit(&IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs);
+    visit(&IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs);
+    visit(&IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs);
+    visit(&IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs);
+    visit(&IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs);
+    visit(&IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs);
+    visit(&IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs);
+    visit(&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs);
+  }
+
+  /// Writes the thirteen attributes of `src` (their zero values when `src` is null) through the setters,
+  /// in declaration order, without comparing first: the setters decide whether a write notifies.
+  void valuesIs(const IntxMstiInfo* src) {
+    forEachField([&](auto get, auto set) {
+      using V = std::remove_cvref_t<decltype((this->*get)())>;
+      (this->*set)(src ? (src->*get)() : V{});
+    });
+  }
 
   /// Number of attributes besides the key.
   static constexpr int fieldCount = 13;
