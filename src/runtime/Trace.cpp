@@ -13,7 +13,7 @@ namespace Zek {
 
 namespace {
 
-// One item of a level spec: switches the levels in `mask` on, or (for "name/-") every level off. Items
+// One item of a level setting: switches the levels in `mask` on, or (for "name/-") every level off. Items
 // apply in order, each deciding only the levels it names.
 struct LevelRule {
   std::string name;  // "*" for every handle
@@ -49,12 +49,12 @@ struct TraceState {
     return mask;
   }
 
-  static bool parse(std::string_view spec, std::vector<LevelRule>& out) {
+  static bool parse(std::string_view settings, std::vector<LevelRule>& out) {
     std::vector<LevelRule> parsed;
-    while (!spec.empty()) {
-      std::size_t comma = spec.find(',');
-      std::string_view item = spec.substr(0, comma);
-      spec = comma == std::string_view::npos ? std::string_view() : spec.substr(comma + 1);
+    while (!settings.empty()) {
+      std::size_t comma = settings.find(',');
+      std::string_view item = settings.substr(0, comma);
+      settings = comma == std::string_view::npos ? std::string_view() : settings.substr(comma + 1);
       while (!item.empty() && item.front() == ' ') item.remove_prefix(1);
       while (!item.empty() && item.back() == ' ') item.remove_suffix(1);
       if (item.empty()) continue;
@@ -139,10 +139,10 @@ TraceHandle* traceHandleIs(const char* name) {
   return h;
 }
 
-bool traceLevelsIs(std::string_view spec) {
+bool traceLevelsIs(std::string_view settings) {
   TraceState& s = state();
   std::vector<LevelRule> rules;
-  if (!TraceState::parse(spec, rules)) return false;
+  if (!TraceState::parse(settings, rules)) return false;
   s.rules.insert(s.rules.end(), rules.begin(), rules.end());
   // Existing handles get only the new items, on top of their current levels: levels set through the
   // API on other handles (or on other levels) stay as they are.

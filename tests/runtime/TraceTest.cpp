@@ -1,4 +1,4 @@
-// Text trace (level specs, the cost of an off level, sinks) and binary trace (call-site texts, the ring).
+// Text trace (level settings, the cost of an off level, sinks) and binary trace (call-site texts, the ring).
 #include <stptxrx/runtime/BinaryTrace.h>
 #include <stptxrx/runtime/Reactor.h>
 #include <stptxrx/runtime/Trace.h>
@@ -57,7 +57,7 @@ TEST(TraceLevelsTest, SpecsSetLevelsOfExistingAndLaterHandles) {
   EXPECT_EQ(levelsOf("TlOne"), bits({8}));
   EXPECT_EQ(levelsOf("TlRange"), bits({2, 3}));
   EXPECT_EQ(levelsOf("TlAll"), 0x3ff) << "a bare name switches levels 0 to 9";
-  EXPECT_EQ(levelsOf("TlApi"), bits({5})) << "levels set by API survive specs for other handles";
+  EXPECT_EQ(levelsOf("TlApi"), bits({5})) << "levels set by API survive settings for other handles";
   ASSERT_TRUE(cap.levelsIs(" TlOne/7 , ,TlAll/- "));
   EXPECT_EQ(levelsOf("TlOne"), bits({7, 8})) << "a later item adds the levels it names";
   EXPECT_EQ(levelsOf("TlAll"), 0u) << "'-' switches a handle off";
@@ -74,7 +74,7 @@ TEST(TraceLevelsTest, MalformedSpecsAreRejectedAndChangeNothing) {
     EXPECT_FALSE(traceLevelsIs(bad)) << bad;
     EXPECT_EQ(levelsOf("TlBad"), bits({4})) << bad;
   }
-  EXPECT_EQ(levelsOf("TlNew"), 0u) << "no item of a rejected spec is kept";
+  EXPECT_EQ(levelsOf("TlNew"), 0u) << "no item of a rejected setting is kept";
 }
 
 TEST(TraceLevelsDeathTest, StartupLevelsComeFromTheEnvironment) {

@@ -4,30 +4,30 @@
 
 namespace Zek::test {
 
-TraceCapture::TraceCapture(std::initializer_list<std::string_view> specs) : previousSink_(traceSink()) {
+TraceCapture::TraceCapture(std::initializer_list<std::string_view> settings) : previousSink_(traceSink()) {
   traceHandlesForEach([this](TraceHandle& h) { saved_.emplace_back(&h, h.levels()); });
   traceSinkIs(&sink_);
-  for (std::string_view spec : specs) levelsIs(spec);
+  for (std::string_view item : settings) levelsIs(item);
 }
 
 TraceCapture::~TraceCapture() {
   // A "*" rule also reaches handles created later; switch those off again.
   if (wildcard_) traceLevelsIs("*/-");
-  // Handles created while the capture lived, by the specs or by the code under test, go off; the
+  // Handles created while the capture lived, by the settings or by the code under test, go off; the
   // others get back what they had.
   traceHandlesForEach([](TraceHandle& h) { h.levelsIs(0); });
   for (auto& [handle, mask] : saved_) handle->levelsIs(mask);
   traceSinkIs(previousSink_);
 }
 
-bool TraceCapture::levelsIs(std::string_view spec) {
-  if (!traceLevelsIs(spec)) {
-    ADD_FAILURE() << "TraceCapture: malformed trace level spec \"" << spec << "\"";
+bool TraceCapture::levelsIs(std::string_view settings) {
+  if (!traceLevelsIs(settings)) {
+    ADD_FAILURE() << "TraceCapture: malformed trace level setting \"" << settings << "\"";
     return false;
   }
-  for (std::size_t at = 0; at <= spec.size();) {
-    std::size_t comma = spec.find(',', at);
-    std::string_view item = spec.substr(at, comma == std::string_view::npos ? std::string_view::npos : comma - at);
+  for (std::size_t at = 0; at <= settings.size();) {
+    std::size_t comma = settings.find(',', at);
+    std::string_view item = settings.substr(at, comma == std::string_view::npos ? std::string_view::npos : comma - at);
     while (!item.empty() && item.front() == ' ') item.remove_prefix(1);
     std::string_view name = item.substr(0, item.find('/'));
     // A named rule stays with the trace state; creating the handle now means the rule can never reach a

@@ -17,19 +17,19 @@ namespace Zek::test {
 ///   ... run the code ...
 ///   EXPECT_EQ(cap.texts(), (std::vector<std::string>{"..."}));
 ///
-/// Each spec item uses the STPTXRX_TRACE syntax (Zek::traceLevelsIs); a malformed item fails the current
+/// Each item uses the STPTXRX_TRACE syntax (Zek::traceLevelsIs); a malformed item fails the current
 /// test. On destruction the previous sink is reinstalled and every handle gets back the levels it had at
 /// construction; handles that did not exist then are switched off, and so are handles created later
 /// when a "*" item was given. Captures may nest; the inner one sees the messages while it lives.
 class TraceCapture {
  public:
-  explicit TraceCapture(std::initializer_list<std::string_view> specs = {});
+  explicit TraceCapture(std::initializer_list<std::string_view> settings = {});
   ~TraceCapture();
   TraceCapture(const TraceCapture&) = delete;
   TraceCapture& operator=(const TraceCapture&) = delete;
 
-  /// Applies one more level spec ("StpTxRx/8", "*/-", ...); false (and a test failure) when malformed.
-  bool levelsIs(std::string_view spec);
+  /// Applies one more level setting ("StpTxRx/8", "*/-", ...); false (and a test failure) when malformed.
+  bool levelsIs(std::string_view settings);
   /// Sets the levels of handle `name` to `mask` (bit n = level n), creating the handle if needed.
   void levelMaskIs(const char* name, std::uint16_t mask);
 

@@ -61,9 +61,9 @@ STPTXRX_EXPORT TraceHandle* traceHandleIs(const char* name);
 /// handle, present and future. Later items override earlier ones for the levels they name; "name/-"
 /// switches a handle off. Applies to existing handles at once and to handles created later. Returns false
 /// (and changes nothing) when the text does not parse.
-STPTXRX_EXPORT bool traceLevelsIs(std::string_view spec);
+STPTXRX_EXPORT bool traceLevelsIs(std::string_view settings);
 
-/// Parses one level spec ("8", "2-3", "" for all, "-" for none) into a level mask; false when malformed.
+/// Parses one level setting ("8", "2-3", "" for all, "-" for none) into a level mask; false when malformed.
 STPTXRX_EXPORT bool traceLevelMaskOf(std::string_view levels, std::uint16_t& mask);
 
 /// Replaces the sink; null restores the stderr sink. The sink is not owned.
