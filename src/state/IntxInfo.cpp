@@ -9,7 +9,7 @@ ZEK_TYPE_DEFINE(IntxInfo, "StpTxRx::IntxInfo")
 
 bool IntxMstiInfo::sameValues(const IntxMstiInfo& o) const {
   bool same = true;
-  forEachField([&](auto get, auto) { same = same && (this->*get)() == (o.*get)(); });
+  forEachField([&](auto field) { same = same && (this->*decltype(field)::get)() == (o.*decltype(field)::get)(); });
   return same;
 }
 

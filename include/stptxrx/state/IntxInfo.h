@@ -80,31 +80,39 @@ class STPTXRX_EXPORT IntxMstiInfo : public Zek::Entity {
   /// True when every attribute but the key is equal.
   bool sameValues(const IntxMstiInfo& o) const;
 
-  /// Calls `visit(getter, setter)` with the member pointers of the thirteen attributes, in declaration
-  /// order: the one list of the fields that every whole-entry copy and comparison walks.
+  /// One attribute as compile-time member pointers (`get`, `set`), so that visitors call them directly.
+  template <auto Get, auto Set>
+  struct Field {
+    static constexpr auto get = Get;
+    static constexpr auto set = Set;
+  };
+
+  /// Calls `visit(Field<getter, setter>{})` for the thirteen attributes, in declaration order: the one
+  /// list of the fields that every whole-entry copy and comparison walks.
   template <class Visit>
   static constexpr void forEachField(Visit&& visit) {
-    visit(&IntxMstiInfo::flags, &IntxMstiInfo::flagsIs);
-    visit(&IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs);
-    visit(&IntxMstiInfo::portId, &IntxMstiInfo::portIdIs);
-    visit(&IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs);
-    visit(&IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs);
-    visit(&IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs);
-    visit(&IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs);
-    visit(&IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs);
-    visit(&IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs);
-    visit(&IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs);
-    visit(&IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs);
-    visit(&IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs);
-    visit(&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs);
+    visit(Field<&IntxMstiInfo::flags, &IntxMstiInfo::flagsIs>{});
+    visit(Field<&IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs>{});
+    visit(Field<&IntxMstiInfo::portId, &IntxMstiInfo::portIdIs>{});
+    visit(Field<&IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs>{});
+    visit(Field<&IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs>{});
+    visit(Field<&IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs>{});
+    visit(Field<&IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs>{});
+    visit(Field<&IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs>{});
+    visit(Field<&IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs>{});
+    visit(Field<&IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs>{});
+    visit(Field<&IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs>{});
+    visit(Field<&IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs>{});
+    visit(Field<&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>{});
   }
 
   /// Writes the thirteen attributes of `src` (their zero values when `src` is null) through the setters,
   /// in declaration order, without comparing first: the setters decide whether a write notifies.
   void valuesIs(const IntxMstiInfo* src) {
-    forEachField([&](auto get, auto set) {
-      using V = std::remove_cvref_t<decltype((this->*get)())>;
-      (this->*set)(src ? (src->*get)() : V{});
+    forEachField([&](auto field) {
+      using F = decltype(field);
+      using V = std::remove_cvref_t<decltype((this->*F::get)())>;
+      (this->*F::set)(src ? (src->*F::get)() : V{});
     });
   }
 
