@@ -150,82 +150,47 @@ void RxMstPortStatusToRxDynamicSyncer::handleInitialized() {
   initializedIs(true);
 }
 
-void RxMstPortStatusToRxDynamicSyncer::handleBpduCount() {
-  ZEK_BINARY_TRACE();
+template <auto Get, auto Set>
+void RxMstPortStatusToRxDynamicSyncer::copyScalar(const char* method) {
   const RxMstPortStatus* s = src();
   if (!s) return;
   Zek::Ptr<RxMstPortStatus> d = dest();
   if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), "handleBpduCount", "no destination");
+    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), method, "no destination");
     return;
   }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), "handleBpduCount", "");
-  d->bpduCountIs(s->bpduCount());
+  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), method, "");
+  ((*d).*Set)((s->*Get)());
+}
+
+void RxMstPortStatusToRxDynamicSyncer::handleBpduCount() {
+  ZEK_BINARY_TRACE();
+  copyScalar<&RxMstPortStatus::bpduCount, &RxMstPortStatus::bpduCountIs>("handleBpduCount");
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleRateLimitInterval() {
   ZEK_BINARY_TRACE();
-  const RxMstPortStatus* s = src();
-  if (!s) return;
-  Zek::Ptr<RxMstPortStatus> d = dest();
-  if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), "handleRateLimitInterval", "no destination");
-    return;
-  }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), "handleRateLimitInterval", "");
-  d->rateLimitIntervalIs(s->rateLimitInterval());
+  copyScalar<&RxMstPortStatus::rateLimitInterval, &RxMstPortStatus::rateLimitIntervalIs>("handleRateLimitInterval");
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleRateLimitMaxCount() {
   ZEK_BINARY_TRACE();
-  const RxMstPortStatus* s = src();
-  if (!s) return;
-  Zek::Ptr<RxMstPortStatus> d = dest();
-  if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), "handleRateLimitMaxCount", "no destination");
-    return;
-  }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), "handleRateLimitMaxCount", "");
-  d->rateLimitMaxCountIs(s->rateLimitMaxCount());
+  copyScalar<&RxMstPortStatus::rateLimitMaxCount, &RxMstPortStatus::rateLimitMaxCountIs>("handleRateLimitMaxCount");
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleRateLimitEnabled() {
   ZEK_BINARY_TRACE();
-  const RxMstPortStatus* s = src();
-  if (!s) return;
-  Zek::Ptr<RxMstPortStatus> d = dest();
-  if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), "handleRateLimitEnabled", "no destination");
-    return;
-  }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), "handleRateLimitEnabled", "");
-  d->rateLimitEnabledIs(s->rateLimitEnabled());
+  copyScalar<&RxMstPortStatus::rateLimitEnabled, &RxMstPortStatus::rateLimitEnabledIs>("handleRateLimitEnabled");
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleCounters() {
   ZEK_BINARY_TRACE();
-  const RxMstPortStatus* s = src();
-  if (!s) return;
-  Zek::Ptr<RxMstPortStatus> d = dest();
-  if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), "handleCounters", "no destination");
-    return;
-  }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), "handleCounters", "");
-  d->countersIs(s->counters());
+  copyScalar<&RxMstPortStatus::counters, &RxMstPortStatus::countersIs>("handleCounters");
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleLocalCounters() {
   ZEK_BINARY_TRACE();
-  const RxMstPortStatus* s = src();
-  if (!s) return;
-  Zek::Ptr<RxMstPortStatus> d = dest();
-  if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), "handleLocalCounters", "no destination");
-    return;
-  }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), "handleLocalCounters", "");
-  d->localCountersIs(s->localCounters());
+  copyScalar<&RxMstPortStatus::localCounters, &RxMstPortStatus::localCountersIs>("handleLocalCounters");
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleRxUpdate(VlanIdOrNone vlan) {

@@ -109,6 +109,10 @@ class STPTXRX_EXPORT RxMstPortStatusToRxDynamicSyncer : public Zek::Owner, publi
                                    const Zek::Ptr<RxMstPortStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus);
   /// The source port, or null; the destination port is looked up only when there is a source.
   const RxMstPortStatus* src() const { return source_ ? source_.get()->watched() : nullptr; }
+  /// The body of the six scalar handlers: with a source, the value read by `Get` written by `Set` into
+  /// dest(), traced as `method`; "no destination" (level 7) when there is none.
+  template <auto Get, auto Set>
+  void copyScalar(const char* method);
 
   Zek::Name mstName_;
   IntfId intfId_;

@@ -301,6 +301,7 @@ class ChildSet {
 }  // namespace Zek
 
 /// A syncer's text trace: label + keyInfo + "::" + method + "() " + rest (a streamed expression), on
-/// `handle` at `level`, reported from source `file`; nothing is built when the level is off.
+/// `handle` at `level`, reported from source `file` and function `method`; nothing is built when the
+/// level is off.
 #define ZEK_SYNCER_TRACE(handle, level, file, label, keyInfo, method, rest) \
-  ZEK_TRACE_FROM(handle, level, file, label << keyInfo << "::" << method << "() " << rest)
+  ZEK_TRACE_AT(handle, level, file, method, label << keyInfo << "::" << method << "() " << rest)

@@ -103,11 +103,15 @@ class STPTXRX_EXPORT CapturingTraceSink : public TraceSink {
 
 /// As ZEK_TRACE, naming the source file of the record explicitly (code split over several files that
 /// reports as one module).
-#define ZEK_TRACE_FROM(handle, level, file, msg)                                        \
+#define ZEK_TRACE_FROM(handle, level, file, msg) ZEK_TRACE_AT(handle, level, file, __func__, msg)
+
+/// As ZEK_TRACE_FROM, naming the function of the record explicitly too (a helper tracing on behalf of
+/// the handler that called it).
+#define ZEK_TRACE_AT(handle, level, file, function, msg)                                \
   do {                                                                                 \
     ::Zek::TraceHandle* zekTraceHandle_ = (handle);                                    \
     if (zekTraceHandle_->enabled(level)) {                                             \
-      const char* zekTraceFunction_ = __func__;                                        \
+      const char* zekTraceFunction_ = (function);                                      \
       [&]() noexcept {                                                                 \
         std::ostringstream zekTraceOs_;                                                \
         zekTraceOs_ << msg;                                                            \
