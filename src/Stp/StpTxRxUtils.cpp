@@ -2,6 +2,8 @@
 #include <stptxrx/runtime/Assert.h>
 #include <stptxrx/runtime/Exception.h>
 
+#include "BpduPkt.h"
+
 namespace StpTxRx {
 
 Zek::TraceHandle* _defaultTraceHandle() {
@@ -68,21 +70,28 @@ Stp::CommonBpdu* writeBpduLinkHeader(std::uint8_t* frame, const Nelk::EthAddr& s
 
 // ---- frame allocation
 
-Nelk::Pkt::Ptr StpTxRxGetPkt(Bridging::VlanIdOrNone vlan, Nelk::EthAddr srcMac, U32 size, Stp::CommonBpdu** bpdu) {
-  ZEK_TRACE(_defaultTraceHandle(), 8,
-            "StpTxRxGetPkt" << ": called for vlan " << vlan << " src mac: " << srcMac << " size: " << size);
-  ZEK_ASSERT(!vlan);
-
+Nelk::Pkt::Ptr newBpduPkt(const Nelk::EthAddr& srcMac, U32 size, bool tagged, Bridging::VlanIdOrNone vlan,
+                          Stp::CommonBpdu** bpdu) {
   Nelk::Pkt::Ptr pkt = Nelk::globalPktManager().newPkt();
   if (!pkt) {
-    ZEK_TRACE(_defaultTraceHandle(), 3, "Packet allocation failed");
+    ZEK_TRACE_AT(_defaultTraceHandle(), 3, __FILE__, "StpTxRxGetPkt", "Packet allocation failed");
     return pkt;
   }
   // The header goes into the packet's head room (the packet library replaces the buffer when it is too
   // small); the body follows it in the same buffer and is written by the caller in place.
-  std::uint8_t* frame = pkt->headDataIs(size + bpduLinkHeaderSize);
-  *bpdu = writeBpduLinkHeader(frame, srcMac, size);
+  if (tagged) {
+    *bpdu = writeBpduLinkHeader(pkt->headDataIs(size + taggedBpduLinkHeaderSize), srcMac, size, vlan);
+  } else {
+    *bpdu = writeBpduLinkHeader(pkt->headDataIs(size + bpduLinkHeaderSize), srcMac, size);
+  }
   return pkt;
+}
+
+Nelk::Pkt::Ptr StpTxRxGetPkt(Bridging::VlanIdOrNone vlan, Nelk::EthAddr srcMac, U32 size, Stp::CommonBpdu** bpdu) {
+  ZEK_TRACE(_defaultTraceHandle(), 8,
+            "StpTxRxGetPkt" << ": called for vlan " << vlan << " src mac: " << srcMac << " size: " << size);
+  ZEK_ASSERT(!vlan);
+  return newBpduPkt(srcMac, size, false, vlan, bpdu);
 }
 
 Nelk::Pkt::Ptr StpTxRxGetPvstPkt(Stp::MstPortSm*, U32, Stp::CommonBpdu**, Bridging::VlanIdOrNone) {

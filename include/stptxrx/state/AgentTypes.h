@@ -1,8 +1,7 @@
 #pragma once
 // The spanning-tree agent's own types that this library reads: the port state machine that leads to a
-// port's MAC address, the BPDU filter settings, the logging mode of interface events, and the packed
-// views of a BPDU body. The agent owns and fills them; the library only reads them (and writes BPDU
-// bodies through the views).
+// port's MAC address, the BPDU filter settings and the logging mode of interface events. The agent owns
+// and fills them; the library only reads them. The packed views of BPDU bodies are in BpduWire.h.
 #include <stptxrx/net/EthAddr.h>
 #include <stptxrx/net/IntfId.h>
 #include <stptxrx/net/NetTypes.h>
@@ -10,6 +9,7 @@
 #include <stptxrx/runtime/Export.h>
 #include <stptxrx/runtime/Ptr.h>
 #include <stptxrx/runtime/TypeRegistry.h>
+#include <stptxrx/state/BpduWire.h>
 #include <stptxrx/state/StpTypes.h>
 
 #include <cstddef>
@@ -170,58 +170,5 @@ enum class IntfLoggingMode : std::uint8_t {
   useDefault = 2,   ///< no setting of its own: the wider level decides
 };
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, IntfLoggingMode m);
-
-// ---------------------------------------------------------------------------------------------------
-// BPDU body views (IEEE 802.1D-2004 clause 9.3). Packed views over octets inside a packet: every member
-// has alignment 1, multi-octet fields are held in network order.
-// ---------------------------------------------------------------------------------------------------
-
-/// The octets every BPDU starts with. BPDU bodies are handed around as `CommonBpdu*` pointing at the
-/// first body octet inside a frame; a type-specific view (RstpBpdu) is taken from it once the body is
-/// known to be long enough.
-struct CommonBpdu {
-  Nelk::NetU16 protocolIdentifier;         ///< Protocol Identifier (0x0000: spanning tree)
-  std::uint8_t protocolVersionIdentifier;  ///< Protocol Version Identifier (0 STP, 2 RSTP, 3 MSTP)
-  std::uint8_t bpduType;                   ///< BPDU Type (0x00 Config, 0x80 TCN, 0x02 RST/MST)
-};
-static_assert(sizeof(CommonBpdu) == 4 && alignof(CommonBpdu) == 1);
-
-/// The 36-octet RST BPDU body, one member per field.
-struct RstpBpdu {
-  static constexpr std::size_t wireSize = 36;
-  static constexpr std::uint8_t rstVersion = 2;
-  static constexpr std::uint8_t rstType = 2;
-
-  Nelk::NetU16 protocolIdentifier;         ///< Protocol Identifier
-  std::uint8_t protocolVersionIdentifier;  ///< Protocol Version Identifier
-  std::uint8_t bpduType;                   ///< BPDU Type
-  std::uint8_t flags;                      ///< Flags (TC, proposal, port role, learning, forwarding, agreement, TCA)
-  BridgeIdWire rootIdentifier;             ///< Root Identifier
-  Nelk::NetU32 rootPathCost;               ///< Root Path Cost
-  BridgeIdWire bridgeIdentifier;           ///< Bridge Identifier
-  Nelk::NetU16 portIdentifier;             ///< Port Identifier
-  TimerVal messageAge;                     ///< Message Age (two octets as on the wire)
-  TimerVal maxAge;                         ///< Max Age
-  TimerVal helloTime;                      ///< Hello Time
-  TimerVal forwardDelay;                   ///< Forward Delay
-  std::uint8_t version1Length;             ///< Version 1 Length (0)
-
-  /// The RST view of a body. `body` must point at the first octet of at least wireSize writable octets
-  /// (as StpTxRxGetPkt hands out for a body size of 36); never null.
-  static RstpBpdu* of(CommonBpdu* body) { return reinterpret_cast<RstpBpdu*>(body); }
-  static const RstpBpdu* of(const CommonBpdu* body) { return reinterpret_cast<const RstpBpdu*>(body); }
-
-  /// Stores the flags octet at body offset 4.
-  void rstpFlagsIs(RstpBpduFlags f) { flags = f.value; }
-  RstpBpduFlags rstpFlags() const { return RstpBpduFlags{flags}; }
-};
-static_assert(sizeof(RstpBpdu) == RstpBpdu::wireSize && alignof(RstpBpdu) == 1);
-static_assert(offsetof(RstpBpdu, flags) == 4 && offsetof(RstpBpdu, rootIdentifier) == 5 &&
-              offsetof(RstpBpdu, rootPathCost) == 13 && offsetof(RstpBpdu, bridgeIdentifier) == 17 &&
-              offsetof(RstpBpdu, portIdentifier) == 25 && offsetof(RstpBpdu, messageAge) == 27 &&
-              offsetof(RstpBpdu, maxAge) == 29 && offsetof(RstpBpdu, helloTime) == 31 &&
-              offsetof(RstpBpdu, forwardDelay) == 33 && offsetof(RstpBpdu, version1Length) == 35);
-static_assert(offsetof(RstpBpdu, protocolVersionIdentifier) == offsetof(CommonBpdu, protocolVersionIdentifier) &&
-              offsetof(RstpBpdu, bpduType) == offsetof(CommonBpdu, bpduType));
 
 }  // namespace Stp

@@ -1,0 +1,475 @@
+// BPDU decoding, validation and encoding of every kind, driven by the field table of StpBpduCodec.h.
+#include <stptxrx/Stp/StpBpduCodec.h>
+#include <stptxrx/Stp/StpTxRxUtils.h>
+#include <stptxrx/runtime/Trace.h>
+
+#include "BpduPkt.h"
+
+#include <bitset>
+#include <ostream>
+#include <type_traits>
+
+namespace StpTxRx {
+
+using Stp::BridgeSystemId;
+using Stp::CommonBpdu;
+using Stp::ConfigBpdu;
+using Stp::MstBpdu;
+using Stp::MstiConfigMessage;
+using Stp::RstpBpdu;
+
+// ---- names and texts
+
+const char* bpduKindName(BpduKind kind) {
+  switch (kind) {
+    case BpduKind::Config: return "config";
+    case BpduKind::Tcn: return "tcn";
+    case BpduKind::Rst: return "rst";
+    case BpduKind::Mst: return "mst";
+    case BpduKind::Rejected: break;
+  }
+  return "reject";
+}
+
+std::ostream& operator<<(std::ostream& os, BpduKind kind) { return os << bpduKindName(kind); }
+
+namespace {
+
+struct ReasonNames {
+  const char* name;
+  const char* text;
+};
+
+// Indexed by BpduReason.
+constexpr ReasonNames reasonNames[bpduReasonCount] = {
+    {"none", "valid"},
+    {"frameTooShort", "frame too short for its link header"},
+    {"notLengthField", "length/type field is not an 802.3 length"},
+    {"lengthBelowLlc", "length field shorter than the LLC header"},
+    {"lengthBeyondFrame", "length field beyond the frame"},
+    {"notStpLlc", "not LLC 42 42 03"},
+    {"bpduTooShort", "BPDU shorter than 4 octets"},
+    {"protocolIdentifier", "protocol identifier not 0"},
+    {"configTooShort", "configuration BPDU shorter than 35 octets"},
+    {"messageAgeNotBelowMaxAge", "message age not below max age"},
+    {"rstTooShort", "RST BPDU shorter than 36 octets"},
+    {"unknownType", "unknown BPDU type or version"},
+    {"mstiIdZero", "MSTI message with MSTID 0"},
+    {"mstiIdRepeated", "MSTI message repeats an MSTID"},
+    {"mstTooShort", "MST BPDU shorter than 102 octets"},
+    {"mstVersion1Length", "version 1 length not 0"},
+    {"mstVersion3Length", "version 3 length not 64 + 16 x n with n <= 64"},
+    {"mstBeyondBpdu", "version 3 length beyond the BPDU"},
+};
+
+const ReasonNames& reasonNamesOf(BpduReason reason) {
+  const auto i = static_cast<std::size_t>(reason);
+  return reasonNames[i < bpduReasonCount ? i : 0];
+}
+
+}  // namespace
+
+const char* bpduReasonText(BpduReason reason) { return reasonNamesOf(reason).text; }
+const char* bpduReasonName(BpduReason reason) { return reasonNamesOf(reason).name; }
+
+const char* bpduEncodeErrorText(BpduEncodeError error) {
+  switch (error) {
+    case BpduEncodeError::none: return "encoded";
+    case BpduEncodeError::missingInput: return "no record, or no port to send from";
+    case BpduEncodeError::unsupportedKind: return "no BPDU kind for this version and type";
+    case BpduEncodeError::noCistEntry: return "record has no common-instance entry";
+    case BpduEncodeError::nameTooLong: return "configuration name longer than 32 octets";
+    case BpduEncodeError::tooManyMstis: return "more than 64 MSTIs";
+    case BpduEncodeError::mstiIdOutOfRange: return "MSTI key above 4095";
+    case BpduEncodeError::allocationFailed: return "packet allocation failed";
+  }
+  return "unknown error";
+}
+
+// ---- the table walks
+
+namespace {
+
+constexpr std::uint8_t configType = 0x00;
+constexpr std::uint8_t tcnType = 0x80;
+constexpr std::uint16_t mstiIdMask = 0x0fff;
+constexpr std::uint16_t maxLengthField = 1500;  // larger values of the length/type field are EtherTypes
+
+template <class View>
+const View* viewAt(const std::uint8_t* p) {
+  return reinterpret_cast<const View*>(p);
+}
+
+template <class Row, class View, class Target>
+void decodeRow(const View& view, Target& target, const bpdu::FieldContext& context) {
+  (target.*Row::set)(Row::codec::decode(view.*Row::wire, context, (target.*Row::get)()));
+}
+
+template <class Row, class View, class Source>
+void encodeRow(View& view, const Source& source, const bpdu::FieldContext& context) {
+  view.*Row::wire = Row::codec::encode((source.*Row::get)(), context);
+}
+
+template <class View, class Target>
+auto decoder(const View& view, Target& target, const bpdu::FieldContext& context) {
+  return [&](auto row) { decodeRow<decltype(row)>(view, target, context); };
+}
+
+template <class View, class Source>
+auto encoder(View& view, const Source& source, const bpdu::FieldContext& context) {
+  return [&](auto row) { encodeRow<decltype(row)>(view, source, context); };
+}
+
+// Setters compared as template arguments: equal member pointers name the same type.
+template <auto Setter>
+struct SetterTag {};
+
+// Bit i set when the entry attribute at declaration position i is a row of `table`.
+template <class Table>
+constexpr std::uint32_t carriedMask(Table table) {
+  std::uint32_t mask = 0;
+  int i = 0;
+  IntxMstiInfo::forEachField([&](auto field) {
+    table([&](auto row) {
+      if (std::is_same_v<SetterTag<decltype(row)::set>, SetterTag<decltype(field)::set>>) mask |= 1u << i;
+    });
+    ++i;
+  });
+  return mask;
+}
+
+template <bool Mst>
+constexpr std::uint32_t cistMask = carriedMask([](auto visit) { bpdu::forEachCistField<Mst>(visit); });
+constexpr std::uint32_t mstiMask = carriedMask([](auto visit) { bpdu::forEachMstiField(visit); });
+static_assert(cistMask<false> == 0b1111000011111 && cistMask<true> == 0b1111101111111 && mstiMask == 0b0000111000111);
+
+// Zeroes the attributes of `entry` that a BPDU kind does not carry, so that a decode gives the same
+// record whatever the entry held before.
+template <std::uint32_t Carried>
+void zeroUncarried(IntxMstiInfo& entry) {
+  if constexpr (Carried != (1u << IntxMstiInfo::fieldCount) - 1) {
+    int i = 0;
+    IntxMstiInfo::forEachField([&](auto field) {
+      using F = decltype(field);
+      using V = std::remove_cvref_t<decltype((entry.*F::get)())>;
+      if (!(Carried & (1u << i))) (entry.*F::set)(V{});
+      ++i;
+    });
+  }
+}
+
+// The configuration identifier of a BPDU that carries none.
+constexpr Stp::MstConfigId noConfigId{};
+
+std::uint16_t mstidOf(const MstiConfigMessage& m) {
+  return static_cast<std::uint16_t>(m.regionalRootIdentifier.priorityAndExtension.value() & mstiIdMask);
+}
+
+// ---- parsing: everything a fill needs, checked before anything is written
+
+struct EthernetHeader {
+  std::array<std::uint8_t, 6> destinationAddress;  ///< IEEE 802.3 Destination Address
+  std::array<std::uint8_t, 6> sourceAddress;       ///< IEEE 802.3 Source Address
+  Nelk::NetU16 lengthOrType;                       ///< IEEE 802.3 Length/Type (or the 802.1Q TPID)
+};
+static_assert(sizeof(EthernetHeader) == 14);
+
+struct VlanTag {
+  Nelk::NetU16 tagControl;    ///< IEEE 802.1Q TCI: PCP bits 15-13, DEI bit 12, VID bits 11-0
+  Nelk::NetU16 lengthOrType;  ///< IEEE 802.3 Length/Type after the tag
+};
+static_assert(sizeof(VlanTag) == 4);
+
+struct Parsed {
+  BpduDecodeResult result;
+  const std::uint8_t* body = nullptr;
+
+  const Parsed& reject(BpduReason why) {
+    result.kind = BpduKind::Rejected;
+    result.reject = why;
+    return *this;
+  }
+  const MstiConfigMessage& msti(std::size_t i) const {
+    return *viewAt<MstiConfigMessage>(body + MstBpdu::wireSize + i * MstiConfigMessage::wireSize);
+  }
+};
+
+// The MST rule a version 3+ BPDU of `size` octets breaks, or none.
+BpduReason mstRuleBroken(const MstBpdu& m, std::size_t size) {
+  if (m.version1Length != 0) return BpduReason::mstVersion1Length;
+  const std::uint16_t v3 = m.version3Length.value();
+  if (v3 < MstBpdu::version3LengthBase || (v3 - MstBpdu::version3LengthBase) % MstiConfigMessage::wireSize != 0 ||
+      (v3 - MstBpdu::version3LengthBase) / MstiConfigMessage::wireSize > MstBpdu::maxMstiCount) {
+    return BpduReason::mstVersion3Length;
+  }
+  // The Version 3 Length counts the octets after itself.
+  if (RstpBpdu::wireSize + sizeof(m.version3Length) + v3 > size) return BpduReason::mstBeyondBpdu;
+  return BpduReason::none;
+}
+
+Parsed parseBody(Parsed p, std::size_t size) {
+  BpduDecodeResult& r = p.result;
+  if (size < CommonBpdu::wireSize) return p.reject(BpduReason::bpduTooShort);
+  const auto& common = *viewAt<CommonBpdu>(p.body);
+  if (common.protocolIdentifier.value() != 0) return p.reject(BpduReason::protocolIdentifier);
+  const std::uint8_t version = common.protocolVersionIdentifier;
+  switch (common.bpduType) {
+    case configType: {
+      if (size < ConfigBpdu::wireSize) return p.reject(BpduReason::configTooShort);
+      const auto& config = *viewAt<ConfigBpdu>(p.body);
+      if (config.messageAge.wire() >= config.maxAge.wire()) return p.reject(BpduReason::messageAgeNotBelowMaxAge);
+      r.kind = BpduKind::Config;
+      return p;
+    }
+    case tcnType:
+      r.kind = BpduKind::Tcn;
+      return p;
+    case RstpBpdu::rstType:
+      if (version < RstpBpdu::rstVersion) return p.reject(BpduReason::unknownType);
+      if (size < RstpBpdu::wireSize) return p.reject(BpduReason::rstTooShort);
+      r.kind = BpduKind::Rst;
+      if (version == RstpBpdu::rstVersion) return p;
+      break;
+    default:
+      return p.reject(BpduReason::unknownType);
+  }
+
+  // Version 3 or higher: MST when every MST rule holds, otherwise read as RST (as an RST-only bridge).
+  if (size < MstBpdu::wireSize) {
+    r.rstFallback = BpduReason::mstTooShort;
+    return p;
+  }
+  const auto& mst = *viewAt<MstBpdu>(p.body);
+  r.rstFallback = mstRuleBroken(mst, size);
+  if (r.rstFallback != BpduReason::none) return p;
+
+  const std::size_t count = (mst.version3Length.value() - MstBpdu::version3LengthBase) / MstiConfigMessage::wireSize;
+  std::bitset<mstiIdMask + 1> seen;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::uint16_t id = mstidOf(p.msti(i));
+    if (id == 0) return p.reject(BpduReason::mstiIdZero);
+    if (seen.test(id)) return p.reject(BpduReason::mstiIdRepeated);
+    seen.set(id);
+  }
+  r.kind = BpduKind::Mst;
+  r.mstiCount = static_cast<std::uint8_t>(count);
+  return p;
+}
+
+Parsed parseFrame(const std::uint8_t* frame, std::size_t size) {
+  Parsed p;
+  BpduDecodeResult& r = p.result;
+  if (size < sizeof(EthernetHeader)) return p.reject(BpduReason::frameTooShort);
+  const auto& ethernet = *viewAt<EthernetHeader>(frame);
+  r.destination = Nelk::EthAddr(ethernet.destinationAddress);
+  r.source = Nelk::EthAddr(ethernet.sourceAddress);
+  std::size_t offset = sizeof(EthernetHeader);
+  std::uint16_t length = ethernet.lengthOrType.value();
+  if (length == vlanTagProtocolId) {
+    if (size < offset + sizeof(VlanTag)) return p.reject(BpduReason::frameTooShort);
+    const auto& tag = *viewAt<VlanTag>(frame + offset);
+    r.tagged = true;
+    r.vlan = Bridging::VlanIdOrNone(static_cast<std::uint16_t>(tag.tagControl.value() & 0x0fff));
+    length = tag.lengthOrType.value();
+    offset += sizeof(VlanTag);
+  }
+  if (length > maxLengthField) return p.reject(BpduReason::notLengthField);
+  if (length < sizeof(LlcHeader)) return p.reject(BpduReason::lengthBelowLlc);
+  if (length > size - offset) return p.reject(BpduReason::lengthBeyondFrame);
+  const auto& llc = *viewAt<LlcHeader>(frame + offset);
+  if (llc.dsap != stpLlcSap || llc.ssap != stpLlcSap || llc.control != llcControlUi) {
+    return p.reject(BpduReason::notStpLlc);
+  }
+  p.body = frame + offset + sizeof(LlcHeader);
+  r.bpduLength = static_cast<std::uint16_t>(length - sizeof(LlcHeader));
+  return parseBody(p, r.bpduLength);
+}
+
+// ---- filling a record from a valid parse
+
+template <bool Mst>
+void fillCist(const ConfigBpdu& view, IntxInfo& info) {
+  const Zek::Ptr<IntxMstiInfo> cist = info.mstiNIs(BridgeSystemId(0));
+  zeroUncarried<cistMask<Mst>>(*cist);
+  const bpdu::FieldContext context{};
+  if constexpr (Mst) {
+    bpdu::forEachCistField<true>(decoder(static_cast<const MstBpdu&>(view), *cist, context));
+  } else {
+    bpdu::forEachCistField<false>(decoder(view, *cist, context));
+  }
+}
+
+void fill(const Parsed& p, IntxInfo& info) {
+  const BpduKind kind = p.result.kind;
+  const bpdu::FieldContext none{};
+  if (kind == BpduKind::Tcn) {
+    bpdu::forEachCommonField(decoder(*viewAt<CommonBpdu>(p.body), info, none));
+    return;
+  }
+  // Record-level attributes in declaration order, as a whole-record copy writes them.
+  info.neighborAddrIs(p.result.source);
+  bpdu::forEachCommonField(decoder(*viewAt<CommonBpdu>(p.body), info, none));
+  const auto& mst = *viewAt<MstBpdu>(p.body);  // read below only when the kind is Mst
+  bpdu::forEachConfigIdField(decoder(kind == BpduKind::Mst ? mst.configId : noConfigId, info, none));
+
+  if (kind != BpduKind::Mst) {
+    fillCist<false>(*viewAt<ConfigBpdu>(p.body), info);
+  } else {
+    fillCist<true>(mst, info);
+    bpdu::FieldContext context{BridgeSystemId(0), bpdu::bridgeIdOf(mst.cistBridgeIdentifier).address,
+                               bpdu::portIdOf(mst.portIdentifier).portNumber};
+    for (std::size_t i = 0; i < p.result.mstiCount; ++i) {
+      const MstiConfigMessage& message = p.msti(i);
+      context.mstid = BridgeSystemId(mstidOf(message));
+      const Zek::Ptr<IntxMstiInfo> entry = info.mstiNIs(context.mstid);
+      zeroUncarried<mstiMask>(*entry);
+      bpdu::forEachMstiField(decoder(message, *entry, context));
+    }
+  }
+
+  // Every carried key is in the record now, so equal counts mean nothing else is there.
+  if (info.mstiNCount() == std::size_t{1} + p.result.mstiCount) return;
+  for (const auto& entry : info.mstiN()) {
+    const BridgeSystemId key = entry.first;
+    bool carried = key == BridgeSystemId(0);
+    for (std::size_t i = 0; !carried && i < p.result.mstiCount; ++i) carried = mstidOf(p.msti(i)) == key.value();
+    if (!carried) info.mstiNDel(key);
+  }
+}
+
+}  // namespace
+
+// ---- decoding
+
+BpduDecodeResult generateIntxInfoFromPkt(const std::uint8_t* frame, std::size_t size, IntxInfo* intxInfo) {
+  const Parsed p = parseFrame(frame, size);
+  if (intxInfo && p.result.valid()) fill(p, *intxInfo);
+  return p.result;
+}
+
+BpduDecodeResult generateIntxInfoFromPkt(const Nelk::Pkt::Ptr& pkt, IntxInfo::Ptr intxInfo) {
+  if (!pkt) return generateIntxInfoFromPkt(nullptr, 0, intxInfo.get());
+  return generateIntxInfoFromPkt(pkt->data(), pkt->size(), intxInfo.get());
+}
+
+BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan, const std::uint8_t* frame,
+                             std::size_t size) {
+  const Parsed p = parseFrame(frame, size);
+  if (!p.result.valid()) {
+    ZEK_TRACE(_defaultTraceHandle(), 7,
+              "receiveBpdu: " << port->intfId() << " vlan " << vlan << " from " << p.result.source
+                              << ": reject: " << bpduReasonText(p.result.reject));
+    return p.result;
+  }
+  ZEK_TRACE(_defaultTraceHandle(), 8,
+            "receiveBpdu: " << port->intfId() << " vlan " << vlan << " from " << p.result.source << ": "
+                            << p.result.kind);
+  fill(p, *port->rxInfoIs(vlan));
+  port->rxUpdateInc(vlan, 1);
+  return p.result;
+}
+
+BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan,
+                             const Nelk::Pkt::Ptr& pkt) {
+  if (!pkt) return receiveBpdu(port, vlan, nullptr, 0);
+  return receiveBpdu(port, vlan, pkt->data(), pkt->size());
+}
+
+// ---- encoding
+
+BpduKind bpduKindOf(Stp::StpBpduVersion version, Stp::StpBpduType type) {
+  if (type.value == configType && version.value <= 1) return BpduKind::Config;
+  if (type.value == tcnType && version.value <= 1) return BpduKind::Tcn;
+  if (type.value == RstpBpdu::rstType && version.value == RstpBpdu::rstVersion) return BpduKind::Rst;
+  if (type.value == RstpBpdu::rstType && version.value >= MstBpdu::mstVersion) return BpduKind::Mst;
+  return BpduKind::Rejected;
+}
+
+namespace {
+
+std::size_t bodySizeOf(BpduKind kind, std::size_t mstiCount) {
+  switch (kind) {
+    case BpduKind::Config: return ConfigBpdu::wireSize;
+    case BpduKind::Tcn: return CommonBpdu::wireSize;
+    case BpduKind::Rst: return RstpBpdu::wireSize;
+    default: return MstBpdu::wireSize + mstiCount * MstiConfigMessage::wireSize;
+  }
+}
+
+// What makes `info` unencodable as `kind`, or none; `mstiCount` is set for MST.
+BpduEncodeError checkEncodable(BpduKind kind, const IntxInfo& info, std::size_t& mstiCount) {
+  if (kind == BpduKind::Rejected) return BpduEncodeError::unsupportedKind;
+  if (kind == BpduKind::Tcn) return BpduEncodeError::none;
+  if (!info.mstiN(BridgeSystemId(0))) return BpduEncodeError::noCistEntry;
+  if (kind != BpduKind::Mst) return BpduEncodeError::none;
+  if (info.configNameString().size() > Stp::MstConfigId::nameSize) return BpduEncodeError::nameTooLong;
+  mstiCount = info.mstiNCount() - 1;
+  if (mstiCount > MstBpdu::maxMstiCount) return BpduEncodeError::tooManyMstis;
+  for (const auto& entry : info.mstiN()) {  // ascending: only the last key can be too large
+    if (entry.first.value() > mstiIdMask) return BpduEncodeError::mstiIdOutOfRange;
+  }
+  return BpduEncodeError::none;
+}
+
+void writeBody(BpduKind kind, const IntxInfo& info, CommonBpdu* body) {
+  const bpdu::FieldContext none{};
+  body->protocolIdentifier = 0;
+  bpdu::forEachCommonField(encoder(*body, info, none));
+  if (kind == BpduKind::Tcn) return;
+
+  const IntxMstiInfo& cist = *info.mstiN(BridgeSystemId(0));
+  if (kind != BpduKind::Mst) {
+    auto& config = *static_cast<ConfigBpdu*>(body);
+    bpdu::forEachCistField<false>(encoder(config, cist, none));
+    if (kind == BpduKind::Rst) static_cast<RstpBpdu&>(config).version1Length = 0;
+    return;
+  }
+
+  auto& mst = *static_cast<MstBpdu*>(body);
+  bpdu::forEachCistField<true>(encoder(mst, cist, none));
+  mst.version1Length = 0;
+  const std::size_t count = info.mstiNCount() - 1;
+  mst.version3Length = static_cast<std::uint16_t>(MstBpdu::version3LengthBase + count * MstiConfigMessage::wireSize);
+  mst.configId.formatSelector = 0;
+  bpdu::forEachConfigIdField(encoder(mst.configId, info, none));
+
+  auto* message = reinterpret_cast<MstiConfigMessage*>(reinterpret_cast<std::uint8_t*>(body) + MstBpdu::wireSize);
+  for (const auto& [key, entry] : info.mstiN()) {
+    if (key == BridgeSystemId(0)) continue;
+    bpdu::forEachMstiField(encoder(*message++, *entry, bpdu::FieldContext{key, {}, 0}));
+  }
+}
+
+}  // namespace
+
+BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, const IntxInfo::Ptr& intxInfo,
+                                          bool tagged, Bridging::VlanIdOrNone vlan) {
+  ZEK_TRACE(_defaultTraceHandle(), 8,
+            "generateBpduFromIntxInfo: Called for " << IntxInfo::PtrConst(intxInfo) << " tagged: " << tagged
+                                                    << " vlan: " << vlan);
+  BpduEncodeResult result;
+  std::size_t mstiCount = 0;
+  if (!intxInfo || !portSm || !portSm->port()) {
+    result.error = BpduEncodeError::missingInput;
+  } else {
+    result.kind = bpduKindOf(intxInfo->stpVersion(), intxInfo->intxInfoType());
+    result.error = checkEncodable(result.kind, *intxInfo, mstiCount);
+  }
+  if (result.error != BpduEncodeError::none) {
+    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
+    return result;
+  }
+
+  Stp::CommonBpdu* body = nullptr;
+  result.pkt = newBpduPkt(portSm->port()->portAddr(), static_cast<std::uint32_t>(bodySizeOf(result.kind, mstiCount)),
+                          tagged, vlan, &body);
+  if (!result.pkt) {
+    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpdu: failed to allocate pkt ");
+    result.error = BpduEncodeError::allocationFailed;
+    return result;
+  }
+  writeBody(result.kind, *intxInfo, body);
+  return result;
+}
+
+}  // namespace StpTxRx
