@@ -1,0 +1,549 @@
+// BPDUs of every kind: one row per validation rule, the captures of real switches (every frame decodes,
+// tshark agrees, decode-then-encode gives the octets back), a seeded round trip of random records, the
+// encoder's refusals, the receive helper, and no allocation on the hot paths.
+#include <stptxrx/Stp/StpBpduCodec.h>
+#include <stptxrx/Stp/StpTxRxCommon.h>
+#include <stptxrx/Stp/StpTxRxUtils.h>
+
+#include "../../tools/PcapReader.h"
+#include "support/AllocCounter.h"
+#include "support/TraceCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace StpTxRx {
+namespace {
+
+using Octets = std::vector<std::uint8_t>;
+using Stp::BridgeId;
+const Nelk::EthAddr portMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x07);
+const std::string vectors = STPTXRX_SOURCE_DIR "/../shared/vectors/";
+
+Stp::MstPortSm::Ptr portSm(const Nelk::EthAddr& mac = portMac) {
+  return Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet7"), mac));
+}
+
+Octets octetsOf(const Nelk::Pkt::Ptr& pkt) { return Octets(pkt->data(), pkt->data() + pkt->size()); }
+
+// An MST record: CIST and MSTIs 2 and 5, every field distinct and representable on the wire.
+IntxInfo::Ptr mstRecord() {
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+  info->neighborAddrIs(portMac);
+  info->stpVersionIs({3});
+  info->intxInfoTypeIs({2});
+  info->configRevisionLevelIs(7);
+  info->configNameStringIs("region-a");
+  info->configDigestIs({{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}});
+  const Nelk::EthAddr bridge(0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee);
+  auto cist = info->mstiNIs(0);
+  cist->flagsIs({0x3c});
+  cist->cistRootBridgeIdIs(BridgeId{32768, 1, Nelk::EthAddr(0, 0x11, 0x22, 0x33, 0x44, 0x55)});
+  cist->cistExtRootPathCostIs(20000);
+  cist->cistRegionalRootBridgeIdIs(BridgeId{4096, 0, Nelk::EthAddr(0, 1, 2, 3, 4, 5)});
+  cist->portIdIs(Stp::PortId(128, 3));
+  cist->messageAgeIs({0x01, 0x00});
+  cist->maxAgeIs({0x14, 0x00});
+  cist->helloTimeIs({0x02, 0x00});
+  cist->fwdDelayIs({0x0f, 0x00});
+  cist->intRootPathCostIs(300);
+  cist->bridgeIdIs(BridgeId{8192, 0, bridge});
+  cist->remainingHopsIs(19);
+  for (std::uint16_t k : {5, 2}) {
+    auto e = info->mstiNIs(k);
+    e->flagsIs({static_cast<std::uint8_t>(0x70 + k)});
+    e->regionalRootBridgeIdIs(BridgeId{0x6000, k, Nelk::EthAddr(0, 0, 0, 0, 0, static_cast<std::uint8_t>(k))});
+    e->intRootPathCostIs(1000u * k);
+    e->bridgeIdIs(BridgeId{static_cast<std::uint16_t>(k << 12), k, bridge});
+    e->portIdIs(Stp::PortId(static_cast<std::uint8_t>(k << 4), 3));
+    e->remainingHopsIs(static_cast<std::uint8_t>(20 - k));
+  }
+  return info;
+}
+
+Octets encode(const IntxInfo::Ptr& info, bool tagged = false, std::uint16_t vlan = 0) {
+  BpduEncodeResult r = generateBpduFromIntxInfo(portSm(), info, tagged, vlan);
+  EXPECT_TRUE(r) << bpduEncodeErrorText(r.error);
+  return r ? octetsOf(r.pkt) : Octets{};
+}
+
+// A view of the BPDU body of an untagged frame.
+template <class View>
+View& body(Octets& frame, std::size_t offset = 0) {
+  return *reinterpret_cast<View*>(frame.data() + bpduLinkHeaderSize + offset);
+}
+
+void lengthIs(Octets& frame, std::uint16_t length) {
+  reinterpret_cast<BpduLinkHeader*>(frame.data())->length = length;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Validation: one row per rule, with the boundaries that must still pass
+// ---------------------------------------------------------------------------------------------------
+
+struct Row {
+  const char* name;
+  std::function<Octets()> frame;
+  BpduKind kind;
+  BpduReason reject = BpduReason::none;
+  BpduReason fallback = BpduReason::none;
+};
+
+Octets mst() { return encode(mstRecord()); }
+Octets withType(std::uint8_t version, std::uint8_t type, std::size_t bodySize) {
+  Octets f = mst();
+  body<Stp::CommonBpdu>(f).protocolVersionIdentifier = version;
+  body<Stp::CommonBpdu>(f).bpduType = type;
+  f.resize(bpduLinkHeaderSize + bodySize);
+  lengthIs(f, static_cast<std::uint16_t>(bodySize + 3));
+  return f;
+}
+template <class F>
+std::function<Octets()> mstWith(F change) {
+  return [change] {
+    Octets f = mst();
+    change(f);
+    return f;
+  };
+}
+void mstiIdsAre(Octets& f, std::uint16_t first, std::uint16_t second) {
+  body<Stp::MstiConfigMessage>(f, 102).regionalRootIdentifier.priorityAndExtension = first;
+  body<Stp::MstiConfigMessage>(f, 118).regionalRootIdentifier.priorityAndExtension = second;
+}
+
+const std::vector<Row>& rows() {
+  using R = BpduReason;
+  using K = BpduKind;
+  static const std::vector<Row> table = {
+      {"empty", [] { return Octets{}; }, K::Rejected, R::frameTooShort},
+      {"13 octets", [] { return Octets(13, 0); }, K::Rejected, R::frameTooShort},
+      {"tag cut", [] { return Octets{1, 0x80, 0xc2, 0, 0, 0, 2, 0, 0, 0, 0, 7, 0x81, 0, 0xe0}; }, K::Rejected,
+       R::frameTooShort},
+      {"EtherType", mstWith([](Octets& f) { lengthIs(f, 0x0800); }), K::Rejected, R::notLengthField},
+      {"length 1501", mstWith([](Octets& f) { lengthIs(f, 1501); }), K::Rejected, R::notLengthField},
+      {"length 2", mstWith([](Octets& f) { lengthIs(f, 2); }), K::Rejected, R::lengthBelowLlc},
+      {"length +1", mstWith([](Octets& f) { lengthIs(f, static_cast<std::uint16_t>(f.size() - 13)); }), K::Rejected,
+       R::lengthBeyondFrame},
+      {"DSAP", mstWith([](Octets& f) { f[14] = 0x43; }), K::Rejected, R::notStpLlc},
+      {"SSAP", mstWith([](Octets& f) { f[15] = 0x43; }), K::Rejected, R::notStpLlc},
+      {"control", mstWith([](Octets& f) { f[16] = 0x13; }), K::Rejected, R::notStpLlc},
+      {"3-octet BPDU", [] { return withType(0, 0x80, 3); }, K::Rejected, R::bpduTooShort},
+      {"protocol 1", mstWith([](Octets& f) { body<Stp::CommonBpdu>(f).protocolIdentifier = 1; }), K::Rejected,
+       R::protocolIdentifier},
+      {"protocol 0x100", mstWith([](Octets& f) { body<Stp::CommonBpdu>(f).protocolIdentifier = 0x100; }),
+       K::Rejected, R::protocolIdentifier},
+      {"config 34", [] { return withType(0, 0, 34); }, K::Rejected, R::configTooShort},
+      {"config 35", [] { return withType(0, 0, 35); }, K::Config},
+      {"config age = max", [] {
+         Octets f = withType(0, 0, 35);
+         body<Stp::ConfigBpdu>(f).messageAge = Stp::TimerVal(0x14, 0x00);
+         return f;
+       }, K::Rejected, R::messageAgeNotBelowMaxAge},
+      {"config age = max - 1/256", [] {
+         Octets f = withType(0, 0, 35);
+         body<Stp::ConfigBpdu>(f).messageAge = Stp::TimerVal(0x13, 0xff);
+         return f;
+       }, K::Config},
+      {"tcn 4", [] { return withType(0, 0x80, 4); }, K::Tcn},
+      {"rst 35", [] { return withType(2, 2, 35); }, K::Rejected, R::rstTooShort},
+      {"rst 36", [] { return withType(2, 2, 36); }, K::Rst},
+      {"type 1", [] { return withType(2, 1, 36); }, K::Rejected, R::unknownType},
+      {"type 2 version 1", [] { return withType(1, 2, 36); }, K::Rejected, R::unknownType},
+      {"version 3, 36 octets", [] { return withType(3, 2, 36); }, K::Rst, R::none, R::mstTooShort},
+      {"version 3, 101 octets", [] { return withType(3, 2, 101); }, K::Rst, R::none, R::mstTooShort},
+      {"version 1 length 1", mstWith([](Octets& f) { body<Stp::RstpBpdu>(f).version1Length = 1; }), K::Rst, R::none,
+       R::mstVersion1Length},
+      {"version 3 length 63", mstWith([](Octets& f) { body<Stp::MstBpdu>(f).version3Length = 63; }), K::Rst, R::none,
+       R::mstVersion3Length},
+      {"version 3 length 65", mstWith([](Octets& f) { body<Stp::MstBpdu>(f).version3Length = 65; }), K::Rst, R::none,
+       R::mstVersion3Length},
+      {"version 3 length 64 + 65 x 16", mstWith([](Octets& f) { body<Stp::MstBpdu>(f).version3Length = 64 + 65 * 16; }),
+       K::Rst, R::none, R::mstVersion3Length},
+      {"version 3 length beyond", mstWith([](Octets& f) { body<Stp::MstBpdu>(f).version3Length = 64 + 3 * 16; }),
+       K::Rst, R::none, R::mstBeyondBpdu},
+      {"version 3 length one MSTI", mstWith([](Octets& f) { body<Stp::MstBpdu>(f).version3Length = 64 + 16; }), K::Mst},
+      {"version 9", mstWith([](Octets& f) { body<Stp::CommonBpdu>(f).protocolVersionIdentifier = 9; }), K::Mst},
+      {"MSTID 0", mstWith([](Octets& f) { mstiIdsAre(f, 0x6000, 0x6005); }), K::Rejected, R::mstiIdZero},
+      {"MSTID repeated", mstWith([](Octets& f) { mstiIdsAre(f, 0x6005, 0x7005); }), K::Rejected, R::mstiIdRepeated},
+      {"MSTID 4095", mstWith([](Octets& f) { mstiIdsAre(f, 0x6fff, 0x6005); }), K::Mst},
+      {"padding and another destination", mstWith([](Octets& f) {
+         f[5] = 0x0e;
+         f.resize(f.size() + 40, 0xff);
+       }), K::Mst},
+  };
+  return table;
+}
+
+TEST(BpduDecodeTest, EveryRuleHasItsVerdictAndARejectChangesNothing) {
+  for (const Row& row : rows()) {
+    SCOPED_TRACE(row.name);
+    const Octets frame = row.frame();
+    IntxInfo::Ptr info = mstRecord();
+    info->configNameStringIs("before");
+    IntxInfo::Ptr before = IntxInfo::IntxInfoIs(0);
+    copyIntxInfo(info, before);
+    const BpduDecodeResult r = generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
+    EXPECT_EQ(r.kind, row.kind);
+    EXPECT_EQ(r.reject, row.reject) << bpduReasonText(r.reject);
+    EXPECT_EQ(r.rstFallback, row.fallback) << bpduReasonText(r.rstFallback);
+    EXPECT_EQ(r.valid(), row.reject == BpduReason::none);
+    EXPECT_EQ(info->sameContent(*before), !r.valid()) << "a reject writes nothing; every valid kind writes";
+    EXPECT_EQ(generateIntxInfoFromPkt(frame.data(), frame.size(), nullptr).reject, row.reject);
+  }
+  EXPECT_STREQ(bpduReasonText(BpduReason::lengthBeyondFrame), "length field beyond the frame");
+  EXPECT_STREQ(bpduReasonName(BpduReason::mstiIdRepeated), "mstiIdRepeated");
+}
+
+TEST(BpduDecodeTest, ReportsAddressesTagAndLengthAndFillsAsTheTableSays) {
+  Octets frame = encode(mstRecord(), true, 0x123);
+  frame[5] = 0x0e;  // any destination is accepted and reported
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+  info->mstiNIs(9)->flagsIs({1});  // not carried: removed
+  const BpduDecodeResult r = generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
+  ASSERT_EQ(r.kind, BpduKind::Mst);
+  EXPECT_TRUE(r.tagged);
+  EXPECT_EQ(r.vlan, Bridging::VlanIdOrNone(0x123));
+  EXPECT_EQ(r.destination, Nelk::EthAddr(0x01, 0x80, 0xc2, 0, 0, 0x0e));
+  EXPECT_EQ(r.source, portMac);
+  EXPECT_EQ(r.bpduLength, 102 + 32);
+  EXPECT_EQ(r.mstiCount, 2);
+  EXPECT_TRUE(info->sameContent(*mstRecord())) << *info;
+
+  // An RST decode of the same record's BPDU: bridge id from offset 17; MST-only fields zeroed, MSTIs gone.
+  IntxInfo::Ptr rst = mstRecord();
+  rst->stpVersionIs({2});
+  const Octets rstFrame = encode(rst);
+  ASSERT_EQ(generateIntxInfoFromPkt(rstFrame.data(), rstFrame.size(), info.get()).kind, BpduKind::Rst);
+  auto cist = info->mstiN(0);
+  EXPECT_EQ(info->mstiNCount(), 1u);
+  EXPECT_EQ(info->configNameString(), "");
+  EXPECT_EQ(info->configRevisionLevel(), 0);
+  EXPECT_EQ(cist->bridgeId(), mstRecord()->mstiN(0)->bridgeId());
+  EXPECT_EQ(cist->cistRegionalRootBridgeId(), BridgeId{});
+  EXPECT_EQ(cist->intRootPathCost(), 0u);
+  EXPECT_EQ(cist->remainingHops(), 0);
+  EXPECT_EQ(cist->fwdDelay(), Stp::TimerVal(0x0f, 0x00));
+
+  // A TCN writes version and type only.
+  IntxInfo::Ptr tcn = IntxInfo::IntxInfoIs(0);
+  tcn->stpVersionIs({0});
+  tcn->intxInfoTypeIs({0x80});
+  const Octets tcnFrame = encode(tcn);
+  EXPECT_EQ(tcnFrame, (Octets{0x01, 0x80, 0xc2, 0, 0, 0, 0x02, 0, 0, 0, 0, 0x07, 0x00, 0x07, 0x42, 0x42, 0x03,
+                              0x00, 0x00, 0x00, 0x80}));
+  ASSERT_EQ(generateIntxInfoFromPkt(tcnFrame.data(), tcnFrame.size(), info.get()).kind, BpduKind::Tcn);
+  EXPECT_EQ(info->intxInfoType(), Stp::StpBpduType{0x80});
+  EXPECT_EQ(info->stpVersion(), Stp::StpBpduVersion{0});
+  EXPECT_EQ(info->mstiN(0)->fwdDelay(), Stp::TimerVal(0x0f, 0x00)) << "left as it was";
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Captures of real switches
+// ---------------------------------------------------------------------------------------------------
+
+std::vector<tools::PcapFrame> capture(const std::string& file) {
+  tools::PcapReader in(vectors + file);
+  std::vector<tools::PcapFrame> frames;
+  tools::PcapFrame f;
+  while (in.next(f)) frames.push_back(f);
+  EXPECT_EQ(in.error(), "");
+  return frames;
+}
+
+struct Capture {
+  const char* file;
+  std::size_t frames;
+  BpduKind kind;
+};
+const Capture captures[] = {{"802.1D_spanning_tree.pcap", 14, BpduKind::Config},
+                            {"802.1w_rapid_STP.pcap", 30, BpduKind::Rst},
+                            {"MSTP_Intra-Region_BPDUs.pcap", 10, BpduKind::Mst}};
+
+TEST(BpduCaptureTest, EveryFrameDecodesAndReEncodesToItsOwnOctets) {
+  if (!std::filesystem::exists(vectors)) GTEST_SKIP() << "no captures at " << vectors;
+  std::size_t tagged = 0;
+  for (const Capture& c : captures) {
+    const auto frames = capture(c.file);
+    ASSERT_EQ(frames.size(), c.frames) << c.file;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+      SCOPED_TRACE(std::string(c.file) + " frame " + std::to_string(i + 1));
+      const Octets& octets = frames[i].data;
+      IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+      const BpduDecodeResult r = generateIntxInfoFromPkt(octets.data(), octets.size(), info.get());
+      ASSERT_EQ(r.kind, c.kind) << bpduReasonText(r.reject);
+      tagged += r.tagged;
+      const BpduEncodeResult e = generateBpduFromIntxInfo(portSm(r.source), info, r.tagged, r.vlan);
+      ASSERT_TRUE(e) << bpduEncodeErrorText(e.error);
+      const std::size_t end = (r.tagged ? taggedBpduLinkHeaderSize : bpduLinkHeaderSize) + r.bpduLength;
+      EXPECT_EQ(octetsOf(e.pkt), Octets(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(end)));
+    }
+  }
+  EXPECT_GT(tagged, 0u) << "the MST capture has tagged frames";
+}
+
+std::string run(const std::string& command) {
+  std::string out;
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  char buffer[4096];
+  while (pipe && std::fgets(buffer, sizeof buffer, pipe.get())) out += buffer;
+  return out;
+}
+
+// tshark's reading of every frame, field for field (timers in seconds, MSTI fields comma-separated).
+TEST(BpduCaptureTest, TsharkReadsEveryFrameAsWeDo) {
+  if (!std::filesystem::exists(vectors)) GTEST_SKIP() << "no captures at " << vectors;
+  if (std::system("command -v tshark >/dev/null 2>&1") != 0) GTEST_SKIP() << "tshark is not installed";
+  const char* fields[] = {"stp.version", "stp.type", "stp.flags", "stp.root.prio", "stp.root.ext", "stp.root.hw",
+                          "stp.root.cost", "stp.bridge.prio", "stp.bridge.ext", "stp.bridge.hw", "stp.port",
+                          "stp.msg_age", "stp.max_age", "stp.hello", "stp.forward", "mstp.config_name",
+                          "mstp.config_revision_level", "mstp.config_digest", "mstp.cist_internal_root_path_cost",
+                          "mstp.cist_bridge.prio", "mstp.cist_bridge.ext", "mstp.cist_bridge.hw",
+                          "mstp.cist_remaining_hops", "mstp.msti.msti_id", "mstp.msti.flags", "mstp.msti.priority",
+                          "mstp.msti.root.hw", "mstp.msti.root_cost", "mstp.msti.bridge_priority",
+                          "mstp.msti.port_priority", "mstp.msti.remaining_hops"};
+  for (const Capture& c : captures) {
+    std::string command = "tshark -r '" + vectors + c.file + "' -T fields -E separator='|'";
+    for (const char* f : fields) command += std::string(" -e ") + f;
+    std::istringstream lines(run(command + " 2>/dev/null"));
+    std::size_t n = 0;
+    for (const auto& frame : capture(c.file)) {
+      std::string line;
+      ASSERT_TRUE(std::getline(lines, line)) << c.file;
+      IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+      ASSERT_TRUE(generateIntxInfoFromPkt(frame.data.data(), frame.data.size(), info.get()).valid());
+      auto e = info->mstiN(0);
+      auto hex = [](unsigned v) {
+        char b[16];
+        std::snprintf(b, sizeof b, "0x%02x", v);
+        return std::string(b);
+      };
+      auto secs = [](Stp::TimerVal t) { return std::to_string(t.wire() / 256); };
+      auto id = [](const BridgeId& b) {
+        std::ostringstream os;
+        os << b.priority << "|" << b.systemIdExtension << "|" << b.address;
+        return os.str();
+      };
+      const bool isMst = info->stpVersion().value == 3;
+      const BridgeId& bridge = isMst ? e->cistRegionalRootBridgeId() : e->bridgeId();
+      std::ostringstream expected, port, digest;
+      port << "0x" << std::hex << ((e->portId().priority >> 4) << 12 | e->portId().portNumber);
+      digest << info->configDigest();
+      expected << unsigned{info->stpVersion().value} << "|" << hex(info->intxInfoType().value) << "|"
+               << hex(e->flags().value) << "|" << id(e->cistRootBridgeId()) << "|" << e->cistExtRootPathCost() << "|"
+               << id(bridge) << "|" << port.str() << "|" << secs(e->messageAge()) << "|" << secs(e->maxAge()) << "|"
+               << secs(e->helloTime()) << "|" << secs(e->fwdDelay());
+      if (isMst) {
+        std::string ids, flags, prio, root, cost, bprio, pprio, hops;
+        for (const auto& [key, m] : info->mstiN()) {
+          if (key.value() == 0) continue;
+          const char* sep = ids.empty() ? "" : ",";
+          ids += sep + std::to_string(key.value());
+          flags += sep + hex(m->flags().value);
+          prio += sep + hex(m->regionalRootBridgeId().priority >> 12);
+          std::ostringstream mac;
+          mac << m->regionalRootBridgeId().address;
+          root += sep + mac.str();
+          cost += sep + std::to_string(m->intRootPathCost());
+          bprio += sep + std::to_string(m->bridgeId().priority >> 12);
+          pprio += sep + std::to_string(m->portId().priority >> 4);
+          hops += sep + std::to_string(m->remainingHops());
+        }
+        expected << "|" << info->configNameString() << "|" << info->configRevisionLevel() << "|" << digest.str()
+                 << "|" << e->intRootPathCost() << "|" << id(e->bridgeId()) << "|" << unsigned{e->remainingHops()}
+                 << "|" << ids << "|" << flags << "|" << prio << "|" << root << "|" << cost << "|" << bprio << "|"
+                 << pprio << "|" << hops;
+      } else {
+        expected << std::string(16, '|');
+      }
+      EXPECT_EQ(line, expected.str()) << c.file << " frame " << ++n;
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Round trip of random records of every kind
+// ---------------------------------------------------------------------------------------------------
+
+// A record of `kind` holding only what the wire carries: the fields a kind does not carry are zero,
+// MSTI bridge and port ids repeat the CIST address and port number, extensions are the MSTID.
+IntxInfo::Ptr randomRecord(std::mt19937& rng, BpduKind kind, const Nelk::EthAddr& source) {
+  auto u = [&](unsigned lo, unsigned hi) { return std::uniform_int_distribution<unsigned>(lo, hi)(rng); };
+  auto mac = [&] {
+    return Nelk::EthAddr(u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255));
+  };
+  auto bridgeId = [&](std::uint16_t ext, Nelk::EthAddr a) {
+    return BridgeId{static_cast<std::uint16_t>(u(0, 15) << 12), ext, a};
+  };
+  auto timer = [&](unsigned lo, unsigned hi) { return Stp::TimerVal::fromWire(static_cast<std::uint16_t>(u(lo, hi))); };
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+  const std::uint8_t versions[] = {static_cast<std::uint8_t>(u(0, 1)), static_cast<std::uint8_t>(u(0, 1)), 2,
+                                   static_cast<std::uint8_t>(u(3, 255))};
+  const std::uint8_t types[] = {0x00, 0x80, 0x02, 0x02};
+  info->stpVersionIs({versions[static_cast<int>(kind)]});
+  info->intxInfoTypeIs({types[static_cast<int>(kind)]});
+  if (kind == BpduKind::Tcn) return info;
+  info->neighborAddrIs(source);
+  const bool isMst = kind == BpduKind::Mst;
+  auto cist = info->mstiNIs(0);
+  cist->flagsIs({static_cast<std::uint8_t>(u(0, 255))});
+  cist->cistRootBridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
+  cist->cistExtRootPathCostIs(static_cast<Stp::PathCost>(rng()));
+  cist->bridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
+  cist->portIdIs(Stp::PortId(static_cast<std::uint8_t>(u(0, 15) << 4), static_cast<std::uint16_t>(u(0, 4095))));
+  cist->maxAgeIs(timer(1, 0xffff));
+  cist->messageAgeIs(timer(0, cist->maxAge().wire() - 1u));
+  cist->helloTimeIs(timer(0, 0xffff));
+  cist->fwdDelayIs(timer(0, 0xffff));
+  if (!isMst) return info;
+  cist->cistRegionalRootBridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
+  cist->intRootPathCostIs(static_cast<Stp::PathCost>(rng()));
+  cist->remainingHopsIs(static_cast<std::uint8_t>(u(0, 255)));
+  std::string name(u(0, 32), 'x');
+  for (char& ch : name) ch = static_cast<char>(u(0, 255));
+  while (!name.empty() && name.back() == 0) name.pop_back();  // trailing zeros are padding on the wire
+  info->configNameStringIs(name);
+  info->configRevisionLevelIs(static_cast<unsigned short>(u(0, 0xffff)));
+  Stp::MstpConfigDigest digest;
+  for (auto& o : digest.octets) o = static_cast<std::uint8_t>(u(0, 255));
+  info->configDigestIs(digest);
+  for (unsigned n = u(0, 1) ? u(0, 4) : u(0, 64); info->mstiNCount() <= n;) {
+    const auto k = static_cast<std::uint16_t>(u(1, 4095));
+    if (info->mstiN(k)) continue;
+    auto e = info->mstiNIs(k);
+    e->flagsIs({static_cast<std::uint8_t>(u(0, 255))});
+    e->regionalRootBridgeIdIs(bridgeId(k, mac()));
+    e->intRootPathCostIs(static_cast<Stp::PathCost>(rng()));
+    e->bridgeIdIs(bridgeId(k, cist->bridgeId().address));
+    e->portIdIs(Stp::PortId(static_cast<std::uint8_t>(u(0, 15) << 4), cist->portId().portNumber));
+    e->remainingHopsIs(static_cast<std::uint8_t>(u(0, 255)));
+  }
+  return info;
+}
+
+TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBack) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 rng(seed);
+  IntxInfo::Ptr reused = IntxInfo::IntxInfoIs(0);  // carries whatever the last frame left
+  for (int i = 0; i < 3000; ++i) {
+    const auto kind = static_cast<BpduKind>(rng() % 4);
+    const Nelk::EthAddr source(0x02, 0, 0, 0, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i));
+    IntxInfo::Ptr record = randomRecord(rng, kind, source);
+    const bool tagged = rng() % 2;
+    const auto vlan = static_cast<std::uint16_t>(rng() % 4096);
+    const BpduEncodeResult e = generateBpduFromIntxInfo(portSm(source), record, tagged, vlan);
+    ASSERT_TRUE(e) << bpduEncodeErrorText(e.error) << " " << *record;
+    ASSERT_EQ(e.kind, kind);
+    const BpduDecodeResult d = generateIntxInfoFromPkt(e.pkt, reused);
+    ASSERT_EQ(d.kind, kind) << bpduReasonText(d.reject) << " " << *record;
+    EXPECT_EQ(d.tagged, tagged);
+    EXPECT_EQ(d.vlan.value(), tagged ? vlan : 0);
+    EXPECT_EQ(d.bpduLength + (tagged ? 21u : 17u), e.pkt->size());
+    if (kind == BpduKind::Tcn) {
+      EXPECT_TRUE(reused->stpVersion() == record->stpVersion() && reused->intxInfoType() == record->intxInfoType());
+    } else {
+      ASSERT_TRUE(reused->sameContent(*record)) << "record " << *record << "\ndecoded " << *reused;
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Encoder refusals and allocation failure
+// ---------------------------------------------------------------------------------------------------
+
+TEST(BpduEncodeTest, RefusesWhatTheWireCannotCarryWithAClearError) {
+  using Change = std::function<void(IntxInfo&)>;
+  const std::vector<std::pair<Change, BpduEncodeError>> table = {
+      {[](IntxInfo& i) { i.stpVersionIs({2}); i.intxInfoTypeIs({0}); }, BpduEncodeError::unsupportedKind},
+      {[](IntxInfo& i) { i.stpVersionIs({1}); i.intxInfoTypeIs({2}); }, BpduEncodeError::unsupportedKind},
+      {[](IntxInfo& i) { i.intxInfoTypeIs({0x81}); }, BpduEncodeError::unsupportedKind},
+      {[](IntxInfo& i) { i.mstiNDel(0); }, BpduEncodeError::noCistEntry},
+      {[](IntxInfo& i) { i.stpVersionIs({0}); i.intxInfoTypeIs({0}); i.mstiNDel(0); }, BpduEncodeError::noCistEntry},
+      {[](IntxInfo& i) { i.configNameStringIs(std::string(33, 'n')); }, BpduEncodeError::nameTooLong},
+      {[](IntxInfo& i) { for (int k = 1; k <= 65; ++k) i.mstiNIs(static_cast<std::uint16_t>(k)); },
+       BpduEncodeError::tooManyMstis},
+      {[](IntxInfo& i) { i.mstiNIs(4096); }, BpduEncodeError::mstiIdOutOfRange},
+      {[](IntxInfo& i) { i.configNameStringIs(std::string(32, 'n')); for (int k = 1; k <= 64; ++k) i.mstiNIs(k); },
+       BpduEncodeError::none},
+  };
+  Zek::test::TraceCapture cap({"StpTxRx/2"});
+  for (const auto& [change, error] : table) {
+    IntxInfo::Ptr info = mstRecord();
+    change(*info);
+    const BpduEncodeResult r = generateBpduFromIntxInfo(portSm(), info, false, 0);
+    EXPECT_EQ(r.error, error) << bpduEncodeErrorText(r.error);
+    EXPECT_EQ(static_cast<bool>(r.pkt), error == BpduEncodeError::none);
+  }
+  EXPECT_EQ(cap.texts(2).size(), table.size() - 1);
+  EXPECT_EQ(cap.texts(2).front(), "generateBpduFromIntxInfo: no BPDU kind for this version and type");
+  EXPECT_EQ(generateBpduFromIntxInfo(portSm(), nullptr, false, 0).error, BpduEncodeError::missingInput);
+  EXPECT_EQ(generateBpduFromIntxInfo(Stp::MstPortSm::MstPortSmIs(nullptr), mstRecord(), false, 0).error,
+            BpduEncodeError::missingInput);
+}
+
+TEST(BpduEncodeTest, RstIsTheDescribedFrameAndAnEmptyPoolGivesTheRstPathTraces) {
+  IntxInfo::Ptr rst = mstRecord();
+  rst->stpVersionIs({2});
+  EXPECT_EQ(encode(rst), octetsOf(generatePktFromIntxInfo(portSm(), rst, false)));
+
+  Zek::test::TraceCapture cap({"StpTxRx/2-3"});
+  Nelk::PktManager& pool = Nelk::globalPktManager();
+  const std::size_t limit = pool.liveLimit();
+  Nelk::Pkt::Ptr held = pool.newPkt();
+  pool.liveLimitIs(pool.liveCount());
+  const BpduEncodeResult r = generateBpduFromIntxInfo(portSm(), mstRecord(), true, 1);
+  pool.liveLimitIs(limit);
+  EXPECT_FALSE(r.pkt);
+  EXPECT_EQ(r.error, BpduEncodeError::allocationFailed);
+  EXPECT_EQ(cap.texts(), (std::vector<std::string>{"Packet allocation failed", "generateBpdu: failed to allocate pkt "}));
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Receive helper and the hot paths
+// ---------------------------------------------------------------------------------------------------
+
+TEST(ReceiveBpduTest, AValidFrameFillsTheVlansRecordAndCountsOnceARejectLeavesNoTrace) {
+  RxStatus::Ptr status = RxStatus::RxStatusIs();
+  RxMstPortStatus::Ptr port = status->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Ethernet7"));
+  Octets frame = mst();
+  Octets bad(frame.begin(), frame.end() - 1);
+  EXPECT_EQ(receiveBpdu(port, 10, bad.data(), bad.size()).reject, BpduReason::lengthBeyondFrame);
+  EXPECT_EQ(port->rxInfo().size(), 0u);
+  EXPECT_EQ(port->rxUpdate(10), 0u);
+  for (std::uint32_t n = 1; n <= 2; ++n) {
+    EXPECT_EQ(receiveBpdu(port, 10, frame.data(), frame.size()).kind, BpduKind::Mst);
+    EXPECT_EQ(port->rxUpdate(10), n);
+  }
+  EXPECT_TRUE(port->rxInfo(10)->sameContent(*mstRecord()));
+  EXPECT_EQ(port->rxInfo().size(), 1u);
+}
+
+TEST(BpduCodecAllocationTest, DecodeIntoAnExistingRecordAndEncodeFromAWarmPoolAllocateNothing) {
+  Zek::test::TraceCapture cap({"StpTxRx/-"});
+  const Octets frame = mst();
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
+  IntxInfo::Ptr record = mstRecord();
+  Stp::MstPortSm::Ptr sm = portSm();
+  generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
+  receiveBpdu(port, 1, frame.data(), frame.size());
+  generateBpduFromIntxInfo(sm, record, true, 1);
+  Zek::test::AllocScope scope;
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_TRUE(generateIntxInfoFromPkt(frame.data(), frame.size(), info.get()).valid());
+    ASSERT_TRUE(receiveBpdu(port, 1, frame.data(), frame.size()).valid());
+    ASSERT_TRUE(generateBpduFromIntxInfo(sm, record, true, 1));
+  }
+  EXPECT_EQ(scope.count(), 0u);
+}
+
+}  // namespace
+}  // namespace StpTxRx
