@@ -18,59 +18,7 @@ using Stp::MstBpdu;
 using Stp::MstiConfigMessage;
 using Stp::RstpBpdu;
 
-// ---- names and texts
-
-const char* bpduKindName(BpduKind kind) {
-  switch (kind) {
-    case BpduKind::Config: return "config";
-    case BpduKind::Tcn: return "tcn";
-    case BpduKind::Rst: return "rst";
-    case BpduKind::Mst: return "mst";
-    case BpduKind::Rejected: break;
-  }
-  return "reject";
-}
-
-std::ostream& operator<<(std::ostream& os, BpduKind kind) { return os << bpduKindName(kind); }
-
-namespace {
-
-struct ReasonNames {
-  const char* name;
-  const char* text;
-};
-
-// Indexed by BpduReason.
-constexpr ReasonNames reasonNames[bpduReasonCount] = {
-    {"none", "valid"},
-    {"frameTooShort", "frame too short for its link header"},
-    {"notLengthField", "length/type field is not an 802.3 length"},
-    {"lengthBelowLlc", "length field shorter than the LLC header"},
-    {"lengthBeyondFrame", "length field beyond the frame"},
-    {"notStpLlc", "not LLC 42 42 03"},
-    {"bpduTooShort", "BPDU shorter than 4 octets"},
-    {"protocolIdentifier", "protocol identifier not 0"},
-    {"configTooShort", "configuration BPDU shorter than 35 octets"},
-    {"messageAgeNotBelowMaxAge", "message age not below max age"},
-    {"rstTooShort", "RST BPDU shorter than 36 octets"},
-    {"unknownType", "unknown BPDU type or version"},
-    {"mstiIdZero", "MSTI message with MSTID 0"},
-    {"mstiIdRepeated", "MSTI message repeats an MSTID"},
-    {"mstTooShort", "MST BPDU shorter than 102 octets"},
-    {"mstVersion1Length", "version 1 length not 0"},
-    {"mstVersion3Length", "version 3 length not 64 + 16 x n with n <= 64"},
-    {"mstBeyondBpdu", "version 3 length beyond the BPDU"},
-};
-
-const ReasonNames& reasonNamesOf(BpduReason reason) {
-  const auto i = static_cast<std::size_t>(reason);
-  return reasonNames[i < bpduReasonCount ? i : 0];
-}
-
-}  // namespace
-
-const char* bpduReasonText(BpduReason reason) { return reasonNamesOf(reason).text; }
-const char* bpduReasonName(BpduReason reason) { return reasonNamesOf(reason).name; }
+// ---- texts
 
 const char* bpduEncodeErrorText(BpduEncodeError error) {
   switch (error) {
@@ -316,11 +264,11 @@ void fill(const Parsed& p, IntxInfo& info) {
     fillCist<false>(*viewAt<ConfigBpdu>(p.body), info);
   } else {
     fillCist<true>(mst, info);
-    bpdu::FieldContext context{BridgeSystemId(0), bpdu::bridgeIdOf(mst.cistBridgeIdentifier).address,
-                               bpdu::portIdOf(mst.portIdentifier).portNumber};
+    const Nelk::EthAddr cistAddress = bpdu::bridgeIdOf(mst.cistBridgeIdentifier).address;
+    const std::uint16_t cistPort = bpdu::portIdOf(mst.portIdentifier).portNumber;
     for (std::size_t i = 0; i < p.result.mstiCount; ++i) {
       const MstiConfigMessage& message = p.msti(i);
-      context.mstid = BridgeSystemId(mstidOf(message));
+      const bpdu::FieldContext context{BridgeSystemId(mstidOf(message)), cistAddress, cistPort};
       const Zek::Ptr<IntxMstiInfo> entry = info.mstiNIs(context.mstid);
       zeroUncarried<mstiMask>(*entry);
       bpdu::forEachMstiField(decoder(message, *entry, context));
@@ -352,27 +300,92 @@ BpduDecodeResult generateIntxInfoFromPkt(const Nelk::Pkt::Ptr& pkt, IntxInfo::Pt
   return generateIntxInfoFromPkt(pkt->data(), pkt->size(), intxInfo.get());
 }
 
-BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan, const std::uint8_t* frame,
-                             std::size_t size) {
+namespace {
+
+// Counts a frame (and `dropped` frames of the rate limit not yet published) into the port's counters
+// and bpduCount: one write of each.
+void countIs(RxMstPortStatus& port, const BpduDecodeResult& r, std::uint32_t dropped) {
+  PortCounters counters = port.counters();
+  if (r.valid()) {
+    ++counters.of(r.kind);
+  } else {
+    ++counters.of(r.reject);
+    ++counters.rejected;
+  }
+  counters.rateLimited += dropped;
+  port.countersIs(counters);
+  port.bpduCountIs(port.bpduCount() + 1 + dropped);
+}
+
+BpduDecodeResult receive(RxMstPortStatus& port, Bridging::VlanIdOrNone vlan, const std::uint8_t* frame,
+                         std::size_t size, std::uint32_t dropped) {
   const Parsed p = parseFrame(frame, size);
   if (!p.result.valid()) {
     ZEK_TRACE(_defaultTraceHandle(), 7,
-              "receiveBpdu: " << port->intfId() << " vlan " << vlan << " from " << p.result.source
+              "receiveBpdu: " << port.intfId() << " vlan " << vlan << " from " << p.result.source
                               << ": reject: " << bpduReasonText(p.result.reject));
-    return p.result;
+  } else {
+    ZEK_TRACE(_defaultTraceHandle(), 8,
+              "receiveBpdu: " << port.intfId() << " vlan " << vlan << " from " << p.result.source << ": "
+                              << p.result.kind);
+    fill(p, *port.rxInfoIs(vlan));
+    port.rxUpdateInc(vlan, 1);
   }
-  ZEK_TRACE(_defaultTraceHandle(), 8,
-            "receiveBpdu: " << port->intfId() << " vlan " << vlan << " from " << p.result.source << ": "
-                            << p.result.kind);
-  fill(p, *port->rxInfoIs(vlan));
-  port->rxUpdateInc(vlan, 1);
+  countIs(port, p.result, dropped);
   return p.result;
+}
+
+}  // namespace
+
+BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan, const std::uint8_t* frame,
+                             std::size_t size) {
+  return receive(*port, vlan, frame, size, 0);
 }
 
 BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan,
                              const Nelk::Pkt::Ptr& pkt) {
-  if (!pkt) return receiveBpdu(port, vlan, nullptr, 0);
-  return receiveBpdu(port, vlan, pkt->data(), pkt->size());
+  if (!pkt) return receive(*port, vlan, nullptr, 0, 0);
+  return receive(*port, vlan, pkt->data(), pkt->size(), 0);
+}
+
+// ---- rate-limited receive
+
+BpduDecodeResult BpduReceiver::frameIs(Bridging::VlanIdOrNone vlan, const std::uint8_t* frame, std::size_t size,
+                                       double now) {
+  RxMstPortStatus& port = *port_;
+  if (!port.rateLimitEnabled()) {
+    windowOpen_ = false;
+  } else {
+    // `!(now < end)` also opens a window when the times are not numbers, rather than never again.
+    if (!windowOpen_ || !(now < windowStart_ + port.rateLimitInterval())) {
+      windowOpen_ = true;
+      windowStart_ = now;
+      windowAdmitted_ = 0;
+      if (port.rateLimitMaxCount() == 0) flush();  // no admitted frame will carry the last window's drops
+    }
+    if (windowAdmitted_ >= port.rateLimitMaxCount()) {
+      ++pendingDropped_;
+      BpduDecodeResult dropped;
+      dropped.reject = BpduReason::rateLimited;
+      return dropped;
+    }
+    ++windowAdmitted_;
+  }
+  return receive(port, vlan, frame, size, std::exchange(pendingDropped_, 0));
+}
+
+BpduDecodeResult BpduReceiver::frameIs(Bridging::VlanIdOrNone vlan, const Nelk::Pkt::Ptr& pkt, double now) {
+  if (!pkt) return frameIs(vlan, nullptr, 0, now);
+  return frameIs(vlan, pkt->data(), pkt->size(), now);
+}
+
+void BpduReceiver::flush() {
+  if (pendingDropped_ == 0) return;
+  PortCounters counters = port_->counters();
+  counters.rateLimited += pendingDropped_;
+  port_->countersIs(counters);
+  port_->bpduCountIs(port_->bpduCount() + pendingDropped_);
+  pendingDropped_ = 0;
 }
 
 // ---- encoding
@@ -436,7 +449,7 @@ void writeBody(BpduKind kind, const IntxInfo& info, CommonBpdu* body) {
   auto* message = reinterpret_cast<MstiConfigMessage*>(reinterpret_cast<std::uint8_t*>(body) + MstBpdu::wireSize);
   for (const auto& [key, entry] : info.mstiN()) {
     if (key == BridgeSystemId(0)) continue;
-    bpdu::forEachMstiField(encoder(*message++, *entry, bpdu::FieldContext{key, {}, 0}));
+    bpdu::forEachMstiField(encoder(*message++, *entry, bpdu::FieldContext{key}));
   }
 }
 

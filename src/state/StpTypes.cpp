@@ -44,10 +44,3 @@ std::ostream& operator<<(std::ostream& os, const MstpConfigDigest& d) {
 }
 
 }  // namespace Stp
-
-namespace StpTxRx {
-std::ostream& operator<<(std::ostream& os, const PortCounters& c) {
-  return os << "rx=" << c.bpduRx << " tx=" << c.bpduTx << " rxDropped=" << c.bpduRxDropped
-            << " rxRateLimited=" << c.bpduRxRateLimited;
-}
-}  // namespace StpTxRx

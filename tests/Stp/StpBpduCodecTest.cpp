@@ -7,10 +7,12 @@
 
 #include "../../tools/PcapReader.h"
 #include "support/AllocCounter.h"
+#include "support/RecordingReactor.h"
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -510,20 +512,91 @@ TEST(BpduEncodeTest, RstIsTheDescribedFrameAndAnEmptyPoolGivesTheRstPathTraces) 
 // Receive helper and the hot paths
 // ---------------------------------------------------------------------------------------------------
 
-TEST(ReceiveBpduTest, AValidFrameFillsTheVlansRecordAndCountsOnceARejectLeavesNoTrace) {
-  RxStatus::Ptr status = RxStatus::RxStatusIs();
-  RxMstPortStatus::Ptr port = status->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Ethernet7"));
-  Octets frame = mst();
-  Octets bad(frame.begin(), frame.end() - 1);
-  EXPECT_EQ(receiveBpdu(port, 10, bad.data(), bad.size()).reject, BpduReason::lengthBeyondFrame);
+TEST(ReceiveBpduTest, AValidFrameFillsTheRecordARejectOnlyCountsEveryFrameIsCountedByKindOrReason) {
+  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et7"));
+  const Octets frame = mst();
+  const Octets cut(frame.begin(), frame.end() - 1);
+  EXPECT_EQ(receiveBpdu(port, 10, cut.data(), cut.size()).reject, BpduReason::lengthBeyondFrame);
+  EXPECT_EQ(receiveBpdu(port, 10, Nelk::Pkt::Ptr()).reject, BpduReason::frameTooShort);
   EXPECT_EQ(port->rxInfo().size(), 0u);
   EXPECT_EQ(port->rxUpdate(10), 0u);
-  for (std::uint32_t n = 1; n <= 2; ++n) {
-    EXPECT_EQ(receiveBpdu(port, 10, frame.data(), frame.size()).kind, BpduKind::Mst);
-    EXPECT_EQ(port->rxUpdate(10), n);
-  }
+  EXPECT_EQ(receiveBpdu(port, 10, frame.data(), frame.size()).kind, BpduKind::Mst);
+  EXPECT_EQ(receiveBpdu(port, 10, generateBpduFromIntxInfo(portSm(), mstRecord(), false, 0).pkt).kind, BpduKind::Mst);
+  EXPECT_EQ(port->rxUpdate(10), 2u);
   EXPECT_TRUE(port->rxInfo(10)->sameContent(*mstRecord()));
-  EXPECT_EQ(port->rxInfo().size(), 1u);
+  PortCounters expected;
+  expected.mstRx = 2;
+  expected.rejected = 2;
+  expected.of(BpduReason::lengthBeyondFrame) = expected.of(BpduReason::frameTooShort) = 1;
+  for (const Row& row : rows()) {
+    const Octets f = row.frame();
+    receiveBpdu(port, 3, f.data(), f.size());
+    row.reject == BpduReason::none ? ++expected.of(row.kind) : (++expected.rejected, ++expected.of(row.reject));
+  }
+  EXPECT_EQ(port->counters(), expected);
+  PortCounters some;
+  some.configRx = 1;
+  some.rateLimited = 2;
+  some.of(BpduReason::notStpLlc) = 3;
+  std::ostringstream printed;
+  printed << some;
+  EXPECT_EQ(printed.str(), "config=1 tcn=0 rst=0 mst=0 rejected=0 rate-limited=2 notStpLlc=3");
+  EXPECT_EQ(port->bpduCount(), 4 + rows().size());
+}
+
+// Rate limit: a script of frame arrival times and changes of the port's settings, the verdict of each
+// frame (A went on, D dropped) and the number of counter writes before the final flush.
+struct RateRow {
+  const char* script;  // "max=N", "interval=S", "off", "on", or an arrival time
+  const char* verdicts;
+  std::size_t writes;
+};
+
+TEST(BpduReceiverTest, WindowsOpenAtTheFirstFrameAfterTheLastEndDropsArePublishedOncePerWindow) {
+  const RateRow table[] = {
+      {"max=2 0 1 2 9.99 10 11 12 25", "AADDAADA", 5},  // a frame at the end of a window opens the next
+      {"max=0 0 1 20", "DDD", 1},                        // the window at 20 publishes the first two drops
+      {"off 0 0 0", "AAA", 3},
+      {"max=1 0 1 off 2 on 3 4", "ADAAD", 3},            // off closes the window; on opens one at the next frame
+      {"max=1 0 1 max=3 2 3 4", "ADAAD", 3},             // a changed count acts within the window
+      {"max=1 0 1 interval=1 2", "ADA", 2},              // and so does a changed interval
+  };
+  Zek::notifyEqualWrites_ = true;
+  const Octets frame = mst();
+  for (const RateRow& row : table) {
+    SCOPED_TRACE(row.script);
+    RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("g")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
+    port->rateLimitEnabledIs(true);
+    port->rateLimitIntervalIs(10);
+    BpduReceiver receiver(port);
+    auto writes = Zek::test::RecordingReactor::RecordingReactorIs(port);
+    std::istringstream script(row.script);
+    std::string verdicts, step;
+    while (script >> step) {
+      if (step == "off" || step == "on") {
+        port->rateLimitEnabledIs(step == "on");
+      } else if (step.rfind("max=", 0) == 0) {
+        port->rateLimitMaxCountIs(static_cast<std::uint32_t>(std::stoul(step.substr(4))));
+      } else if (step.rfind("interval=", 0) == 0) {
+        port->rateLimitIntervalIs(std::stod(step.substr(9)));
+      } else {
+        const BpduDecodeResult r = receiver.frameIs(1, frame.data(), frame.size(), std::stod(step));
+        verdicts += r.reject == BpduReason::rateLimited ? 'D' : (r.valid() ? 'A' : '?');
+      }
+    }
+    EXPECT_EQ(verdicts, row.verdicts);
+    EXPECT_EQ(writes->count(RxMstPortStatus::idCounters), row.writes);
+    const auto dropped = static_cast<std::uint32_t>(std::count(verdicts.begin(), verdicts.end(), 'D'));
+    EXPECT_EQ(port->counters().rateLimited + receiver.pendingDropped(), dropped);
+    const std::size_t flushWrites = receiver.pendingDropped() > 0 ? 1 : 0;
+    receiver.flush();
+    receiver.flush();
+    EXPECT_EQ(writes->count(RxMstPortStatus::idCounters), row.writes + flushWrites) << "a second flush writes nothing";
+    EXPECT_EQ(port->counters().rateLimited, dropped);
+    EXPECT_EQ(port->counters().mstRx, verdicts.size() - dropped);
+    EXPECT_EQ(port->bpduCount(), verdicts.size());
+  }
+  Zek::notifyEqualWrites_ = false;
 }
 
 TEST(BpduCodecAllocationTest, DecodeIntoAnExistingRecordAndEncodeFromAWarmPoolAllocateNothing) {

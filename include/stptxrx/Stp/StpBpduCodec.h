@@ -9,6 +9,7 @@
 #include <stptxrx/runtime/Ptr.h>
 #include <stptxrx/runtime/String.h>
 #include <stptxrx/state/AgentTypes.h>
+#include <stptxrx/state/BpduVerdict.h>
 #include <stptxrx/state/BpduWire.h>
 #include <stptxrx/state/IntxInfo.h>
 #include <stptxrx/state/RxStatus.h>
@@ -20,6 +21,7 @@
 #include <cstring>
 #include <iosfwd>
 #include <string_view>
+#include <utility>
 
 namespace StpTxRx {
 
@@ -53,8 +55,8 @@ namespace bpdu {
 /// MSTI's priority octets, the CIST bridge address and port number of the same BPDU.
 struct FieldContext {
   Stp::BridgeSystemId mstid;
-  Nelk::EthAddr cistBridgeAddress;
-  std::uint16_t cistPortNumber = 0;
+  Nelk::EthAddr cistBridgeAddress{};   ///< read by decoding only
+  std::uint16_t cistPortNumber = 0;    ///< read by decoding only
 };
 
 /// Stp::BridgeId from its 8-octet wire form: the inverse of Stp::bridgeIdWire.
@@ -234,42 +236,6 @@ constexpr void forEachMstiField(Visit&& visit) {
 // Kinds and verdicts
 // ---------------------------------------------------------------------------------------------------
 
-/// The kind of a BPDU; `Rejected` for a frame that is not a valid one.
-enum class BpduKind : std::uint8_t { Config, Tcn, Rst, Mst, Rejected };
-/// "config", "tcn", "rst", "mst", "reject".
-STPTXRX_EXPORT const char* bpduKindName(BpduKind kind);
-STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, BpduKind kind);
-
-/// Why a frame was rejected, or (the mst... reasons) why a version 3+ BPDU was read as an RST BPDU.
-/// Each has a text (bpduReasonText) and a short name (bpduReasonName).
-enum class BpduReason : std::uint8_t {
-  none,
-  // link layer
-  frameTooShort,             ///< "frame too short for its link header"
-  notLengthField,            ///< "length/type field is not an 802.3 length"
-  lengthBelowLlc,            ///< "length field shorter than the LLC header"
-  lengthBeyondFrame,         ///< "length field beyond the frame"
-  notStpLlc,                 ///< "not LLC 42 42 03"
-  // BPDU
-  bpduTooShort,              ///< "BPDU shorter than 4 octets"
-  protocolIdentifier,        ///< "protocol identifier not 0"
-  configTooShort,            ///< "configuration BPDU shorter than 35 octets"
-  messageAgeNotBelowMaxAge,  ///< "message age not below max age"
-  rstTooShort,               ///< "RST BPDU shorter than 36 octets"
-  unknownType,               ///< "unknown BPDU type or version"
-  mstiIdZero,                ///< "MSTI message with MSTID 0"
-  mstiIdRepeated,            ///< "MSTI message repeats an MSTID"
-  // version 3+ BPDUs decoded as RST
-  mstTooShort,               ///< "MST BPDU shorter than 102 octets"
-  mstVersion1Length,         ///< "version 1 length not 0"
-  mstVersion3Length,         ///< "version 3 length not 64 + 16 x n with n <= 64"
-  mstBeyondBpdu,             ///< "version 3 length beyond the BPDU"
-};
-inline constexpr std::size_t bpduReasonCount = static_cast<std::size_t>(BpduReason::mstBeyondBpdu) + 1;
-STPTXRX_EXPORT const char* bpduReasonText(BpduReason reason);
-/// The enumerator's name ("lengthBeyondFrame"), for summaries and counters.
-STPTXRX_EXPORT const char* bpduReasonName(BpduReason reason);
-
 /// What a decode found. Addresses and the tag are filled as far as the frame reached; everything else
 /// only for a valid BPDU.
 struct BpduDecodeResult {
@@ -306,14 +272,52 @@ STPTXRX_EXPORT BpduDecodeResult generateIntxInfoFromPkt(const std::uint8_t* fram
 /// As above for the data of `pkt`; a null packet is an empty frame.
 STPTXRX_EXPORT BpduDecodeResult generateIntxInfoFromPkt(const Nelk::Pkt::Ptr& pkt, IntxInfo::Ptr intxInfo);
 
-/// Files a BPDU received on `port`: when the frame is a valid BPDU, decodes it into
-/// `port->rxInfoIs(vlan)` and then raises `port->rxUpdate(vlan)` by 1; a rejected frame changes
-/// nothing (not even creating the record). `vlan` is the caller's choice of record, not the frame's tag.
-/// `port` must not be null.
+/// Files a frame received on `port`, counting it: a valid BPDU is decoded into `port->rxInfoIs(vlan)`,
+/// then `rxUpdate(vlan)` rises by 1, then the count of its kind in `counters` and `bpduCount` by 1; a
+/// rejected frame raises only its reason's count (and the total of rejects) in `counters` and
+/// `bpduCount` (no record is created). `vlan` is the caller's choice of record, not the frame's tag.
+/// `port` must not be null. Level-8 trace per BPDU, level-7 per reject.
 STPTXRX_EXPORT BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan,
                                             const std::uint8_t* frame, std::size_t size);
 STPTXRX_EXPORT BpduDecodeResult receiveBpdu(const RxMstPortStatus::Ptr& port, Bridging::VlanIdOrNone vlan,
                                             const Nelk::Pkt::Ptr& pkt);
+
+/// The receive path of one port with its BPDU rate limit, held by the agent beside the port's
+/// RxMstPortStatus (which it keeps by counted pointer).
+///
+/// Every frame handed in meets the rate limit first, before any decoding. While the port's
+/// `rateLimitEnabled` is on, a window opens at the first frame that arrives while none is open and
+/// lasts `rateLimitInterval` seconds (a frame at exactly its end opens the next one); its first
+/// `rateLimitMaxCount` frames go on to receiveBpdu, the others are dropped with the verdict
+/// BpduReason::rateLimited. The three attributes are read at each frame, so a change acts at once;
+/// while the limit is off every frame goes on and no window is open.
+///
+/// Dropped frames are counted here, not in the status: they reach `counters.rateLimited` and
+/// `bpduCount` with the next write of the port's counters (the next frame that goes on), when a
+/// window opens that admits nothing, or at flush(). A flood therefore costs no status write per
+/// dropped frame. Times are the caller's clock in seconds; the library reads no clock.
+class STPTXRX_EXPORT BpduReceiver {
+ public:
+  explicit BpduReceiver(RxMstPortStatus::Ptr port) : port_(std::move(port)) {}
+
+  /// Takes one frame that arrived at `now`; see the class comment.
+  BpduDecodeResult frameIs(Bridging::VlanIdOrNone vlan, const std::uint8_t* frame, std::size_t size, double now);
+  BpduDecodeResult frameIs(Bridging::VlanIdOrNone vlan, const Nelk::Pkt::Ptr& pkt, double now);
+  /// Publishes the dropped frames not yet in the status (one write of counters and bpduCount, none
+  /// when there are none).
+  void flush();
+
+  /// Dropped frames not yet published.
+  std::uint32_t pendingDropped() const { return pendingDropped_; }
+  const RxMstPortStatus::Ptr& port() const { return port_; }
+
+ private:
+  RxMstPortStatus::Ptr port_;
+  bool windowOpen_ = false;
+  double windowStart_ = 0;
+  std::uint32_t windowAdmitted_ = 0;
+  std::uint32_t pendingDropped_ = 0;
+};
 
 // ---------------------------------------------------------------------------------------------------
 // Encoding

@@ -5,6 +5,7 @@
 #include <stptxrx/net/EthAddr.h>
 #include <stptxrx/net/NetTypes.h>
 #include <stptxrx/runtime/Export.h>
+#include <stptxrx/state/BpduVerdict.h>  // PortCounters
 
 #include <array>
 #include <cstdint>
@@ -180,18 +181,3 @@ constexpr Nelk::NetU16 portIdWire(PortId id) {
 }
 
 }  // namespace Stp
-
-namespace StpTxRx {
-
-/// BPDU counters of a port; only ever copied whole.
-struct PortCounters {
-  std::uint32_t bpduRx = 0;
-  std::uint32_t bpduTx = 0;
-  std::uint32_t bpduRxDropped = 0;
-  std::uint32_t bpduRxRateLimited = 0;
-  friend constexpr bool operator==(const PortCounters&, const PortCounters&) = default;
-};
-/// Prints "rx=.. tx=.. rxDropped=.. rxRateLimited=..".
-STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const PortCounters& c);
-
-}  // namespace StpTxRx
