@@ -48,25 +48,8 @@ const View* viewAt(const std::uint8_t* p) {
   return reinterpret_cast<const View*>(p);
 }
 
-template <class Row, class View, class Target>
-void decodeRow(const View& view, Target& target, const bpdu::FieldContext& context) {
-  (target.*Row::set)(Row::codec::decode(view.*Row::wire, context, (target.*Row::get)()));
-}
-
-template <class Row, class View, class Source>
-void encodeRow(View& view, const Source& source, const bpdu::FieldContext& context) {
-  view.*Row::wire = Row::codec::encode((source.*Row::get)(), context);
-}
-
-template <class View, class Target>
-auto decoder(const View& view, Target& target, const bpdu::FieldContext& context) {
-  return [&](auto row) { decodeRow<decltype(row)>(view, target, context); };
-}
-
-template <class View, class Source>
-auto encoder(View& view, const Source& source, const bpdu::FieldContext& context) {
-  return [&](auto row) { encodeRow<decltype(row)>(view, source, context); };
-}
+using bpdu::reader;
+using bpdu::writer;
 
 // Setters compared as template arguments: equal member pointers name the same type.
 template <auto Setter>
@@ -241,9 +224,9 @@ void fillCist(const ConfigBpdu& view, IntxInfo& info) {
   zeroUncarried<cistMask<Mst>>(*cist);
   const bpdu::FieldContext context{};
   if constexpr (Mst) {
-    bpdu::forEachCistField<true>(decoder(static_cast<const MstBpdu&>(view), *cist, context));
+    bpdu::forEachCistField<true>(reader(static_cast<const MstBpdu&>(view), *cist, context));
   } else {
-    bpdu::forEachCistField<false>(decoder(view, *cist, context));
+    bpdu::forEachCistField<false>(reader(view, *cist, context));
   }
 }
 
@@ -251,14 +234,14 @@ void fill(const Parsed& p, IntxInfo& info) {
   const BpduKind kind = p.result.kind;
   const bpdu::FieldContext none{};
   if (kind == BpduKind::Tcn) {
-    bpdu::forEachCommonField(decoder(*viewAt<CommonBpdu>(p.body), info, none));
+    bpdu::forEachCommonField(reader(*viewAt<CommonBpdu>(p.body), info, none));
     return;
   }
   // Record-level attributes in declaration order, as a whole-record copy writes them.
   info.neighborAddrIs(p.result.source);
-  bpdu::forEachCommonField(decoder(*viewAt<CommonBpdu>(p.body), info, none));
+  bpdu::forEachCommonField(reader(*viewAt<CommonBpdu>(p.body), info, none));
   const auto& mst = *viewAt<MstBpdu>(p.body);  // read below only when the kind is Mst
-  bpdu::forEachConfigIdField(decoder(kind == BpduKind::Mst ? mst.configId : noConfigId, info, none));
+  bpdu::forEachConfigIdField(reader(kind == BpduKind::Mst ? mst.configId : noConfigId, info, none));
 
   if (kind != BpduKind::Mst) {
     fillCist<false>(*viewAt<ConfigBpdu>(p.body), info);
@@ -271,7 +254,7 @@ void fill(const Parsed& p, IntxInfo& info) {
       const bpdu::FieldContext context{BridgeSystemId(mstidOf(message)), cistAddress, cistPort};
       const Zek::Ptr<IntxMstiInfo> entry = info.mstiNIs(context.mstid);
       zeroUncarried<mstiMask>(*entry);
-      bpdu::forEachMstiField(decoder(message, *entry, context));
+      bpdu::forEachMstiField(reader(message, *entry, context));
     }
   }
 
@@ -427,29 +410,29 @@ BpduEncodeError checkEncodable(BpduKind kind, const IntxInfo& info, std::size_t&
 void writeBody(BpduKind kind, const IntxInfo& info, CommonBpdu* body) {
   const bpdu::FieldContext none{};
   body->protocolIdentifier = 0;
-  bpdu::forEachCommonField(encoder(*body, info, none));
+  bpdu::forEachCommonField(writer(*body, info, none));
   if (kind == BpduKind::Tcn) return;
 
   const IntxMstiInfo& cist = *info.mstiN(BridgeSystemId(0));
   if (kind != BpduKind::Mst) {
     auto& config = *static_cast<ConfigBpdu*>(body);
-    bpdu::forEachCistField<false>(encoder(config, cist, none));
+    bpdu::forEachCistField<false>(writer(config, cist, none));
     if (kind == BpduKind::Rst) static_cast<RstpBpdu&>(config).version1Length = 0;
     return;
   }
 
   auto& mst = *static_cast<MstBpdu*>(body);
-  bpdu::forEachCistField<true>(encoder(mst, cist, none));
+  bpdu::forEachCistField<true>(writer(mst, cist, none));
   mst.version1Length = 0;
   const std::size_t count = info.mstiNCount() - 1;
   mst.version3Length = static_cast<std::uint16_t>(MstBpdu::version3LengthBase + count * MstiConfigMessage::wireSize);
   mst.configId.formatSelector = 0;
-  bpdu::forEachConfigIdField(encoder(mst.configId, info, none));
+  bpdu::forEachConfigIdField(writer(mst.configId, info, none));
 
   auto* message = reinterpret_cast<MstiConfigMessage*>(reinterpret_cast<std::uint8_t*>(body) + MstBpdu::wireSize);
   for (const auto& [key, entry] : info.mstiN()) {
     if (key == BridgeSystemId(0)) continue;
-    bpdu::forEachMstiField(encoder(*message++, *entry, bpdu::FieldContext{key}));
+    bpdu::forEachMstiField(writer(*message++, *entry, bpdu::FieldContext{key}));
   }
 }
 

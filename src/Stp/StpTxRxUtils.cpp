@@ -1,4 +1,6 @@
 #include <stptxrx/Stp/StpTxRxUtils.h>
+
+#include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/runtime/Assert.h>
 #include <stptxrx/runtime/Exception.h>
 
@@ -130,15 +132,9 @@ Nelk::Pkt::Ptr generatePktFromIntxInfo(Stp::MstPortSm::Ptr portSm, IntxInfo::Ptr
 
   // The common instance's entry; its presence is the caller's promise.
   const IntxMstiInfo* cist = intxInfo->mstiN(Stp::BridgeSystemId(0)).get();
-  rst->rstpFlagsIs(cist->flags());
-  rst->rootIdentifier = Stp::bridgeIdWire(cist->cistRootBridgeId());
-  rst->rootPathCost = cist->cistExtRootPathCost();
-  rst->bridgeIdentifier = Stp::bridgeIdWire(cist->bridgeId());
-  rst->portIdentifier = Stp::portIdWire(cist->portId());
-  rst->messageAge = cist->messageAge();
-  rst->maxAge = cist->maxAge();
-  rst->helloTime = cist->helloTime();
-  rst->forwardDelay = cist->fwdDelay();
+  // Flags, root identifier, root path cost, bridge identifier, port identifier and the four timers: the
+  // rows the BPDU codec writes for an RST BPDU, in that order.
+  bpdu::forEachCistField<false>(bpdu::writer(static_cast<Stp::ConfigBpdu&>(*rst), *cist, bpdu::FieldContext{}));
   rst->version1Length = 0;
   return pkt;
 }

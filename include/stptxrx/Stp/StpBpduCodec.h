@@ -174,6 +174,24 @@ struct Field {
   using codec = Codec;
 };
 
+/// A visitor that writes each row it is given from `source` into `view` (encoding).
+template <class View, class Source>
+constexpr auto writer(View& view, const Source& source, const FieldContext& context) {
+  return [&view, &source, &context](auto row) {
+    using Row = decltype(row);
+    view.*Row::wire = Row::codec::encode((source.*Row::get)(), context);
+  };
+}
+
+/// A visitor that writes each row it is given from `view` into `target` through its setter (decoding).
+template <class View, class Target>
+constexpr auto reader(const View& view, Target& target, const FieldContext& context) {
+  return [&view, &target, &context](auto row) {
+    using Row = decltype(row);
+    (target.*Row::set)(Row::codec::decode(view.*Row::wire, context, (target.*Row::get)()));
+  };
+}
+
 using E = IntxMstiInfo;
 
 /// The record-level rows of every kind (view: CommonBpdu).
