@@ -6,11 +6,13 @@
 // An agent changes the flags of instance 0 on port Ethernet1; a transmit status syncer mirrors the change
 // into a second status; a change counter on the mirrored record sees it; the sending side encodes the
 // mirrored record into a BPDU frame. Then the receive side: the transmit status gives a dynamic receive
-// status its shape, and a received record is copied into it. Each step is one thing a user of the library
-// does, in the order an agent would do it.
-#include "../tools/BpduSamples.h"  // dumpRstFrame
+// status its shape, and a received record is copied into it; last, a neighbour's MST BPDU is decoded
+// into the receiving process's status and a damaged copy of it is turned away. Each step is one thing a
+// user of the library does, in the order an agent would do it.
+#include "../tools/BpduSamples.h"  // dumpRstFrame, intxRecord
 #include "../tools/PcapWriter.h"
 
+#include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
 #include <stptxrx/Stp/StpRxStatusSyncer.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
@@ -134,5 +136,36 @@ int main(int argc, char** argv) {
   std::cout << "        source rxUpdate = " << receivedPort->rxUpdate(noVlan)
             << ", dynamic rxUpdate = " << dynamicPort->rxUpdate(noVlan) << ", dynamic flags = "
             << dynamicPort->rxInfo(noVlan)->mstiN(cistId)->flags() << "\n";
+
+  step(10, "a neighbour's MST BPDU with two MSTIs arrives; receiveBpdu files it in the receiving process's status");
+  tools::RecordValues neighbour;  // the golden common instance, plus what only MST carries
+  neighbour.version = Stp::StpBpduVersion{3};
+  neighbour.configName = "demo-region";
+  neighbour.configRevision = 1;
+  neighbour.mstis = {  // MSTID, flags, regional root priority and address, cost, bridge and port priority, hops
+      {1, Stp::RstpBpduFlags{0x7c}, 4096, Nelk::EthAddr(0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee), 0, 4096, 128, 20},
+      {2, Stp::RstpBpduFlags{0x78}, 32768, Nelk::EthAddr(0x00, 0x11, 0x22, 0x33, 0x44, 0x55), 2000, 4096, 128, 19}};
+  const BpduEncodeResult sent = generateBpduFromIntxInfo(portSm, tools::intxRecord(neighbour), false, noVlan);
+  if (!sent) {
+    std::cerr << "cannot encode the MST BPDU: " << bpduEncodeErrorText(sent.error) << "\n";
+    return 1;
+  }
+  IntxInfo::Ptr carried = IntxInfo::IntxInfoIs(noVlan);  // what the frame carries, decoded on the side
+  generateIntxInfoFromPkt(sent.pkt, carried);
+  const BpduDecodeResult got = receiveBpdu(receivedPort, noVlan, sent.pkt);
+  std::cout << "        " << sent.pkt->size() << " octets received as " << got.kind << " with "
+            << unsigned{got.mstiCount} << " MSTIs\n"
+            << "        dynamic " << dynamicPort->rxInfo(noVlan) << "\n"
+            << "        dynamic record equals the frame's: " << dynamicPort->rxInfo(noVlan)->sameContent(*carried)
+            << ", dynamic rxUpdate = " << dynamicPort->rxUpdate(noVlan) << "\n";
+
+  step(11, "a truncated copy is rejected: record and update count stay, the port counts the reject");
+  const BpduDecodeResult bad = receiveBpdu(receivedPort, noVlan, sent.pkt->data(), sent.pkt->size() - 20);
+  std::cout << "        " << got.kind << " frame cut to " << sent.pkt->size() - 20 << " octets: " << bad.kind << " ("
+            << bpduReasonText(bad.reject) << ")\n"
+            << "        dynamic record still equals the frame's: "
+            << dynamicPort->rxInfo(noVlan)->sameContent(*carried) << ", dynamic rxUpdate = "
+            << dynamicPort->rxUpdate(noVlan) << " (unchanged)\n"
+            << "        source counters: " << receivedPort->counters() << "\n";
   return 0;
 }

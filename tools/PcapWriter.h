@@ -81,6 +81,21 @@ class PcapWriter {
     return write(pkt.data(), pkt.size(), static_cast<std::uint32_t>(frames_), 0);
   }
 
+  /// Appends a packet's data with a timestamp in seconds since the epoch (as PcapReader gives it),
+  /// rounded to the nearest microsecond. A double holds any 32-bit second count to well under half a
+  /// microsecond, so the timestamp of a microsecond capture comes back exactly.
+  bool write(const Nelk::Pkt& pkt, double time) {
+    constexpr double maxTime = 4294967295.0;
+    const double t = time > 0 ? (time < maxTime ? time : maxTime) : 0;
+    auto sec = static_cast<std::uint32_t>(t);
+    auto usec = static_cast<std::uint32_t>((t - sec) * 1e6 + 0.5);
+    if (usec >= 1000000) {
+      usec = sec == 0xffffffff ? 999999 : 0;
+      sec += usec == 0 ? 1 : 0;
+    }
+    return write(pkt.data(), pkt.size(), sec, usec);
+  }
+
   /// Closes the file; false when a write had failed or closing fails.
   bool close() {
     if (!file_) return ok_;
