@@ -148,7 +148,12 @@ struct ConfigNameCodec {
     return w;
   }
   static Zek::String decode(const Wire& w, const FieldContext&, const Zek::String& current) {
+    // The padding is found eight octets at a time: most BPDUs carry a short name or none at all.
     std::size_t n = w.size();
+    for (std::uint64_t word = 0; n > 0; n -= sizeof word) {
+      std::memcpy(&word, w.data() + n - sizeof word, sizeof word);
+      if (word != 0) break;
+    }
     while (n > 0 && w[n - 1] == 0) --n;
     const std::string_view name(reinterpret_cast<const char*>(w.data()), n);
     return current == name ? current : Zek::String(name);

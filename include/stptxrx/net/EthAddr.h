@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 #include <iosfwd>
 
 namespace Nelk {
@@ -20,11 +22,21 @@ class STPTXRX_EXPORT EthAddr {
   constexpr std::uint8_t operator[](std::size_t i) const { return octets_[i]; }
   constexpr bool isZero() const { return (octets_[0] | octets_[1] | octets_[2] | octets_[3] | octets_[4] | octets_[5]) == 0; }
 
-  // Spelled out: the defaulted comparison calls memcmp, which dominates the per-attribute copy paths.
+  // Spelled out: the defaulted comparison calls memcmp, which dominates the per-attribute copy paths. At
+  // run time the six octets are compared as one 4-octet and one 2-octet word.
   friend constexpr bool operator==(const EthAddr& a, const EthAddr& b) {
     const auto& x = a.octets_;
     const auto& y = b.octets_;
-    return ((x[0] ^ y[0]) | (x[1] ^ y[1]) | (x[2] ^ y[2]) | (x[3] ^ y[3]) | (x[4] ^ y[4]) | (x[5] ^ y[5])) == 0;
+    if (std::is_constant_evaluated()) {
+      return ((x[0] ^ y[0]) | (x[1] ^ y[1]) | (x[2] ^ y[2]) | (x[3] ^ y[3]) | (x[4] ^ y[4]) | (x[5] ^ y[5])) == 0;
+    }
+    std::uint32_t x4, y4;
+    std::uint16_t x2, y2;
+    std::memcpy(&x4, x.data(), 4);
+    std::memcpy(&y4, y.data(), 4);
+    std::memcpy(&x2, x.data() + 4, 2);
+    std::memcpy(&y2, y.data() + 4, 2);
+    return ((x4 ^ y4) | static_cast<std::uint32_t>(x2 ^ y2)) == 0;
   }
   friend constexpr auto operator<=>(const EthAddr&, const EthAddr&) = default;
 
