@@ -383,49 +383,56 @@ BpduKind bpduKindOf(Stp::StpBpduVersion version, Stp::StpBpduType type) {
 
 namespace {
 
-std::size_t bodySizeOf(BpduKind kind, std::size_t mstiCount) {
-  switch (kind) {
-    case BpduKind::Config: return ConfigBpdu::wireSize;
-    case BpduKind::Tcn: return CommonBpdu::wireSize;
-    case BpduKind::Rst: return RstpBpdu::wireSize;
-    default: return MstBpdu::wireSize + mstiCount * MstiConfigMessage::wireSize;
-  }
-}
+// What an encode needs to know before it takes a packet.
+struct EncodePlan {
+  BpduKind kind = BpduKind::Rejected;
+  const IntxMstiInfo* cist = nullptr;  // the record's entry 0 (held by the record for the call)
+  std::size_t mstiCount = 0;
+};
 
-// What makes `info` unencodable as `kind`, or none; `mstiCount` is set for MST.
-BpduEncodeError checkEncodable(BpduKind kind, const IntxInfo& info, std::size_t& mstiCount) {
-  if (kind == BpduKind::Rejected) return BpduEncodeError::unsupportedKind;
-  if (kind == BpduKind::Tcn) return BpduEncodeError::none;
-  if (!info.mstiN(BridgeSystemId(0))) return BpduEncodeError::noCistEntry;
-  if (kind != BpduKind::Mst) return BpduEncodeError::none;
+// What makes `info` unencodable as `plan.kind`, or none; fills the rest of `plan`.
+BpduEncodeError planEncode(const IntxInfo& info, EncodePlan& plan) {
+  if (plan.kind == BpduKind::Rejected) return BpduEncodeError::unsupportedKind;
+  if (plan.kind == BpduKind::Tcn) return BpduEncodeError::none;
+  plan.cist = info.mstiN(BridgeSystemId(0)).get();
+  if (!plan.cist) return BpduEncodeError::noCistEntry;
+  if (plan.kind != BpduKind::Mst) return BpduEncodeError::none;
   if (info.configNameString().size() > Stp::MstConfigId::nameSize) return BpduEncodeError::nameTooLong;
-  mstiCount = info.mstiNCount() - 1;
-  if (mstiCount > MstBpdu::maxMstiCount) return BpduEncodeError::tooManyMstis;
+  plan.mstiCount = info.mstiNCount() - 1;
+  if (plan.mstiCount > MstBpdu::maxMstiCount) return BpduEncodeError::tooManyMstis;
   for (const auto& entry : info.mstiN()) {  // ascending: only the last key can be too large
     if (entry.first.value() > mstiIdMask) return BpduEncodeError::mstiIdOutOfRange;
   }
   return BpduEncodeError::none;
 }
 
-void writeBody(BpduKind kind, const IntxInfo& info, CommonBpdu* body) {
+std::size_t bodySizeOf(const EncodePlan& plan) {
+  switch (plan.kind) {
+    case BpduKind::Config: return ConfigBpdu::wireSize;
+    case BpduKind::Tcn: return CommonBpdu::wireSize;
+    case BpduKind::Rst: return RstpBpdu::wireSize;
+    default: return MstBpdu::wireSize + plan.mstiCount * MstiConfigMessage::wireSize;
+  }
+}
+
+void writeBody(const EncodePlan& plan, const IntxInfo& info, CommonBpdu* body) {
   const bpdu::FieldContext none{};
   body->protocolIdentifier = 0;
   bpdu::forEachCommonField(writer(*body, info, none));
-  if (kind == BpduKind::Tcn) return;
+  if (plan.kind == BpduKind::Tcn) return;
 
-  const IntxMstiInfo& cist = *info.mstiN(BridgeSystemId(0));
-  if (kind != BpduKind::Mst) {
+  if (plan.kind != BpduKind::Mst) {
     auto& config = *static_cast<ConfigBpdu*>(body);
-    bpdu::forEachCistField<false>(writer(config, cist, none));
-    if (kind == BpduKind::Rst) static_cast<RstpBpdu&>(config).version1Length = 0;
+    bpdu::forEachCistField<false>(writer(config, *plan.cist, none));
+    if (plan.kind == BpduKind::Rst) static_cast<RstpBpdu&>(config).version1Length = 0;
     return;
   }
 
   auto& mst = *static_cast<MstBpdu*>(body);
-  bpdu::forEachCistField<true>(writer(mst, cist, none));
+  bpdu::forEachCistField<true>(writer(mst, *plan.cist, none));
   mst.version1Length = 0;
-  const std::size_t count = info.mstiNCount() - 1;
-  mst.version3Length = static_cast<std::uint16_t>(MstBpdu::version3LengthBase + count * MstiConfigMessage::wireSize);
+  mst.version3Length =
+      static_cast<std::uint16_t>(MstBpdu::version3LengthBase + plan.mstiCount * MstiConfigMessage::wireSize);
   mst.configId.formatSelector = 0;
   bpdu::forEachConfigIdField(writer(mst.configId, info, none));
 
@@ -444,12 +451,12 @@ BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, con
             "generateBpduFromIntxInfo: Called for " << IntxInfo::PtrConst(intxInfo) << " tagged: " << tagged
                                                     << " vlan: " << vlan);
   BpduEncodeResult result;
-  std::size_t mstiCount = 0;
+  EncodePlan plan;
   if (!intxInfo || !portSm || !portSm->port()) {
     result.error = BpduEncodeError::missingInput;
   } else {
-    result.kind = bpduKindOf(intxInfo->stpVersion(), intxInfo->intxInfoType());
-    result.error = checkEncodable(result.kind, *intxInfo, mstiCount);
+    result.kind = plan.kind = bpduKindOf(intxInfo->stpVersion(), intxInfo->intxInfoType());
+    result.error = planEncode(*intxInfo, plan);
   }
   if (result.error != BpduEncodeError::none) {
     ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
@@ -457,14 +464,14 @@ BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, con
   }
 
   Stp::CommonBpdu* body = nullptr;
-  result.pkt = newBpduPkt(portSm->port()->portAddr(), static_cast<std::uint32_t>(bodySizeOf(result.kind, mstiCount)),
-                          tagged, vlan, &body);
+  result.pkt =
+      newBpduPkt(portSm->port()->portAddr(), static_cast<std::uint32_t>(bodySizeOf(plan)), tagged, vlan, &body);
   if (!result.pkt) {
     ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpdu: failed to allocate pkt ");
     result.error = BpduEncodeError::allocationFailed;
     return result;
   }
-  writeBody(result.kind, *intxInfo, body);
+  writeBody(plan, *intxInfo, body);
   return result;
 }
 
