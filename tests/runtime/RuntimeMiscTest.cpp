@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <memory>
 
 namespace Zek::test {
 namespace {
@@ -117,18 +116,31 @@ TEST(AssertDeathTest, PrintsFileLineFunctionAndExpressionThenAborts) {
   EXPECT_EXIT(ZEK_ASSERT(0), ::testing::KilledBySignal(SIGABRT), "Assertion `0' failed");
 }
 
-// AllocScope must see allocations made inside the library, or every "allocates nothing" check is vacuous.
-TEST(StringTest, CopiesShareOneBufferWhileNewTextAllocates) {
-  static std::unique_ptr<String> escaped;  // kept beyond the test: the allocations cannot be elided
-  String a("group-one");
-  AllocScope scope;
-  Name key;
-  key = String(a);
-  EXPECT_EQ(a.c_str(), key.c_str());
-  EXPECT_EQ(scope.count(), 0u) << "copies hold no new buffer";
-  escaped = std::make_unique<String>(a + "|" + String("Et1"));
-  EXPECT_GE(scope.count(), 2u);
-  EXPECT_EQ(*escaped, "group-one|Et1");
+// Copies and assignments share one buffer and release the old one; the byte count sees the library's own
+// allocations, or every "allocates nothing" check would be vacuous.
+TEST(StringTest, CopiesAndAssignmentsShareOneBufferAndFreeTheOldOne) {
+  countBytesIs(true);
+  const std::int64_t empty = liveBytes();
+  {
+    String a("group-one");
+    const std::int64_t one = liveBytes();
+    EXPECT_GT(one, empty);
+    {
+      String b("other"), c(a);
+      b = a;
+      c = b;
+      b = static_cast<const String&>(b);
+      EXPECT_EQ(liveBytes(), one) << "the old buffer is freed, no new one made";
+      EXPECT_TRUE(b.c_str() == a.c_str() && c == "group-one");
+      String m("moved");
+      m = std::move(b);
+      EXPECT_TRUE(m.c_str() == a.c_str() && b.empty());
+    }
+    EXPECT_EQ(liveBytes(), one) << "the last holder alone frees the buffer";
+    EXPECT_EQ(a + "|" + String("Et1"), "group-one|Et1");
+  }
+  EXPECT_EQ(liveBytes(), empty);
+  countBytesIs(false);
 }
 
 // Trace tests elsewhere rely on a capture putting levels and sink back.

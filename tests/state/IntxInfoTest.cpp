@@ -1,43 +1,38 @@
-// The transmit record's mstiN collection: key order, create-or-return, and removal as announced to
-// observers. The collection mechanics themselves (equal writes, marking, reuse of a key) are the
-// runtime's and tested there; setter ids and content through copyIntxInfo's write-order tests.
+// The transmit record's comparison, which the syncer tests trust as their oracle: every copied value of the
+// record and of each entry counts, and so does the set of entry keys; the record's own key does not.
 #include <stptxrx/state/IntxInfo.h>
 
-#include "support/RecordingReactor.h"
+#include "support/TxTreeBuilder.h"
 
 #include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace StpTxRx {
 namespace {
 
-using Zek::test::RecordingReactor;
+IntxInfo::Ptr record(std::uint16_t vlan, std::initializer_list<std::uint16_t> keys) {
+  IntxInfo::Ptr r = IntxInfo::IntxInfoIs(vlan);
+  test::fillRecord(*r, 1);
+  for (std::uint16_t k : keys) test::fillEntry(*r->mstiNIs(k), 1 + k);
+  return r;
+}
 
-TEST(IntxInfoMstiNTest, KeyOrderCreateOrReturnAndDelete) {
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-  for (std::uint16_t k : {5, 0, 65, 2}) info->mstiNIs(k);
-  Zek::Ptr<IntxMstiInfo> two = info->mstiN(2);
-  two->remainingHopsIs(9);
-  auto onRecord = RecordingReactor::RecordingReactorIs(info, RecordingReactor::keyAs<Stp::BridgeSystemId>());
-
-  EXPECT_EQ(info->mstiNIs(2), two) << "a present key returns its entry, unchanged and silently";
-  EXPECT_EQ(two->remainingHops(), 9);
-  EXPECT_FALSE(info->mstiNDel(4)) << "absent key";
-  EXPECT_EQ(onRecord->count(), 0u);
-
-  EXPECT_EQ(info->mstiNDel(2), two);
-  EXPECT_TRUE(two->zekMarkedForDeletion());
-  EXPECT_EQ(onRecord->ids(), (std::vector<Zek::AttributeId>{IntxInfo::idMstiN}));
-  EXPECT_EQ(onRecord->keys(), (std::vector<std::string>{"2"}));
-  std::vector<std::uint16_t> keys;
-  for (const auto& [key, entry] : info->mstiN()) {
-    EXPECT_EQ(entry->key(), key);
-    keys.push_back(key.value());
+TEST(IntxInfoTest, SameContentSeesEveryValueAndEveryEntryButNotTheKey) {
+  const IntxInfo::Ptr a = record(0, {3, 5});
+  EXPECT_TRUE(a->sameContent(*record(9, {3, 5})));
+  for (unsigned bit = 0; bit < 6; ++bit) {
+    IntxInfo::Ptr b = record(0, {3, 5});
+    test::fillRecord(*b, 2, 1u << bit);
+    EXPECT_FALSE(a->sameContent(*b) || b->sameContent(*a)) << "record attribute " << bit;
   }
-  EXPECT_EQ(keys, (std::vector<std::uint16_t>{0, 5, 65}));
-  EXPECT_EQ(info->mstiNCount(), 3u);
+  for (unsigned bit = 0; bit < 13; ++bit) {
+    IntxInfo::Ptr b = record(0, {3, 5});
+    test::fillEntry(*b->mstiN(5), 7, 1u << bit);
+    EXPECT_FALSE(a->sameContent(*b) || b->mstiN(5)->sameValues(*a->mstiN(5))) << "entry attribute " << bit;
+  }
+  EXPECT_FALSE(a->sameContent(*record(0, {3})) || a->sameContent(*record(0, {3, 5, 6})));
+  IntxInfo::Ptr moved = record(0, {3, 6});
+  moved->mstiN(6)->valuesIs(a->mstiN(5).get());
+  EXPECT_FALSE(a->sameContent(*moved)) << "same values under another key";
 }
 
 }  // namespace

@@ -38,6 +38,16 @@ void* allocateAligned(std::size_t size, std::align_val_t alignment) {
   return counted(p);
 }
 
+// A nothrow form: the allocation, or null where it would throw.
+template <class Allocate>
+void* orNull(Allocate&& allocate) noexcept {
+  try {
+    return allocate();
+  } catch (...) {
+    return nullptr;
+  }
+}
+
 }  // namespace
 
 namespace Zek::test {
@@ -48,35 +58,15 @@ std::int64_t liveBytes() noexcept { return liveByteCount; }
 
 void* operator new(std::size_t size) { return allocate(size); }
 void* operator new[](std::size_t size) { return allocate(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return allocate(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return allocate(size);
-  } catch (...) {
-    return nullptr;
-  }
-}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return orNull([=] { return allocate(size); }); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return orNull([=] { return allocate(size); }); }
 void* operator new(std::size_t size, std::align_val_t a) { return allocateAligned(size, a); }
 void* operator new[](std::size_t size, std::align_val_t a) { return allocateAligned(size, a); }
 void* operator new(std::size_t size, std::align_val_t a, const std::nothrow_t&) noexcept {
-  try {
-    return allocateAligned(size, a);
-  } catch (...) {
-    return nullptr;
-  }
+  return orNull([=] { return allocateAligned(size, a); });
 }
 void* operator new[](std::size_t size, std::align_val_t a, const std::nothrow_t&) noexcept {
-  try {
-    return allocateAligned(size, a);
-  } catch (...) {
-    return nullptr;
-  }
+  return orNull([=] { return allocateAligned(size, a); });
 }
 
 void operator delete(void* p) noexcept { release(p); }

@@ -14,22 +14,13 @@ namespace Zek::test {
 ///   Zek::test::LiveCounts before;
 ///   { ... build and release a syncer ... }
 ///   EXPECT_TRUE(before.unchanged());
-///   EXPECT_TRUE(Zek::test::LiveCounts::allZero());
-///
-/// The checks are gtest assertion results naming every offending type with its count.
 class LiveCounts {
  public:
   LiveCounts();  ///< takes the snapshot
 
-  /// The live count of `typeName` in the snapshot (0 when it was not registered then).
-  std::int64_t at(const std::string& typeName) const;
-  /// The live count of `typeName` now (0 when not registered).
-  static std::int64_t now(const std::string& typeName);
-
-  /// Every registered type has its snapshot count again (types registered later: 0).
+  /// Every registered type has its snapshot count again (types registered later: 0); a failure names
+  /// every offending type with its count.
   ::testing::AssertionResult unchanged() const;
-  /// Every registered type has no live object.
-  static ::testing::AssertionResult allZero();
 
  private:
   std::map<std::string, std::int64_t> counts_;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace Zek::test {
 
 TraceCapture::TraceCapture(std::initializer_list<std::string_view> settings) : previousSink_(traceSink()) {
@@ -25,30 +27,38 @@ bool TraceCapture::levelsIs(std::string_view settings) {
     ADD_FAILURE() << "TraceCapture: malformed trace level setting \"" << settings << "\"";
     return false;
   }
-  for (std::size_t at = 0; at <= settings.size();) {
-    std::size_t comma = settings.find(',', at);
-    std::string_view item = settings.substr(at, comma == std::string_view::npos ? std::string_view::npos : comma - at);
-    while (!item.empty() && item.front() == ' ') item.remove_prefix(1);
-    std::string_view name = item.substr(0, item.find('/'));
-    // A named rule stays with the trace state; creating the handle now means the rule can never reach a
-    // handle created after this capture is gone (the destructor resets every existing handle).
-    if (name == "*") {
-      wildcard_ = true;
-    } else {
-      traceHandleIs(std::string(name).c_str());
-    }
-    if (comma == std::string_view::npos) break;
-    at = comma + 1;
+  // A named rule stays with the trace state; creating the handle now means the rule can never reach a
+  // handle created after this capture is gone (the destructor resets every existing handle).
+  std::istringstream items{std::string(settings)};
+  for (std::string item; std::getline(items, item, ',');) {
+    const std::size_t at = item.find_first_not_of(' ');
+    if (at == std::string::npos) continue;
+    const std::string name = item.substr(at, item.find('/') - at);
+    if (name == "*") wildcard_ = true;
+    if (name != "*") traceHandleIs(name.c_str());
   }
   return true;
 }
-
-void TraceCapture::levelMaskIs(const char* name, std::uint16_t mask) { traceHandleIs(name)->levelsIs(mask); }
 
 std::vector<std::string> TraceCapture::texts(int level) const {
   std::vector<std::string> out;
   for (const auto& line : lines()) {
     if (line.level == level) out.push_back(line.text);
+  }
+  return out;
+}
+
+std::string TraceCapture::brief(const Abbreviations& abbreviations, int usualLevel) const {
+  std::string out;
+  for (const auto& line : lines()) {
+    std::string text = line.text;
+    for (const auto& [prefix, shortForm] : abbreviations) {
+      if (text.starts_with(prefix)) {
+        text = shortForm + text.substr(prefix.size());
+        break;
+      }
+    }
+    out += (out.empty() ? "" : "|") + (line.level == usualLevel ? "" : std::to_string(line.level) + " ") + text;
   }
   return out;
 }

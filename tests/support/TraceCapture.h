@@ -30,8 +30,6 @@ class TraceCapture {
 
   /// Applies one more level setting ("StpTxRx/8", "*/-", ...); false (and a test failure) when malformed.
   bool levelsIs(std::string_view settings);
-  /// Sets the levels of handle `name` to `mask` (bit n = level n), creating the handle if needed.
-  void levelMaskIs(const char* name, std::uint16_t mask);
 
   /// Captured messages, oldest first, with handle, level, file, function and text.
   const std::vector<CapturingTraceSink::Line>& lines() const { return sink_.lines(); }
@@ -39,6 +37,11 @@ class TraceCapture {
   std::vector<std::string> texts() const { return sink_.texts(); }
   /// Texts of the messages traced at `level` only.
   std::vector<std::string> texts(int level) const;
+  /// The texts in one string, separated by "|", each prefixed with its level when it is not `usualLevel`
+  /// ("7 ...") and with the first matching prefix of `abbreviations` replaced by its short form:
+  ///   EXPECT_EQ(cap.brief({{"TxToTx::ZekTxMstStatusSm[g1]::", "G:"}}), "G:handleInitialized() |...");
+  using Abbreviations = std::vector<std::pair<std::string, std::string>>;
+  std::string brief(const Abbreviations& abbreviations = {}, int usualLevel = 8) const;
   void clear() { sink_.clear(); }
 
  private:

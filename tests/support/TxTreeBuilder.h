@@ -1,14 +1,10 @@
 #pragma once
-// Building transmit status trees for tests and benchmarks, and comparing a destination tree with the image
-// of its source under the transmit status syncer. Header-only; needs nothing but the library.
+// Building transmit records and status trees for tests and benchmarks. Header-only; needs nothing but the
+// library.
 #include <stptxrx/state/TxStatus.h>
 
 #include <cstdint>
-#include <map>
-#include <set>
-#include <sstream>
 #include <string>
-#include <utility>
 
 namespace StpTxRx::test {
 
@@ -81,80 +77,6 @@ inline void buildTree(TxStatus& status, unsigned groups, unsigned ports, unsigne
       }
     }
   }
-}
-
-/// (group name, interface name) of a port, as the exceptions below name it.
-using PortKey = std::pair<std::string, std::string>;
-
-/// Where a destination legitimately differs from its source under the transmit status syncer, besides
-/// the rule that a zero `txUpdate` counter is absent in the destination.
-struct MirrorExceptions {
-  /// Ports present when their group was first copied, whose destination port exists but has not been
-  /// filled by a full copy since: the destination port must be completely empty.
-  std::set<PortKey> uncopiedPorts;
-  /// Per port, `txUpdate` VLANs that the destination keeps (with any value) although the source has no
-  /// counter for them: left by a full copy onto a destination port that already held them, when the
-  /// source's zero counters made the two counter counts equal.
-  std::map<PortKey, std::set<std::uint16_t>> staleTxUpdate;
-};
-
-/// Every difference between `dst` and the image of `src` under the syncer, one line each ("" when none).
-inline std::string mirrorDiff(const TxStatus& src, const TxStatus& dst, const MirrorExceptions& ex = {}) {
-  std::ostringstream out;
-  if (!(src.heartbeatTimeout() == dst.heartbeatTimeout())) {
-    out << "heartbeatTimeout " << dst.heartbeatTimeout() << ", source " << src.heartbeatTimeout() << "\n";
-  }
-  for (const auto& [name, dg] : dst.txMstStatus()) {
-    if (!src.txMstStatus(name)) out << "extra group " << name << "\n";
-  }
-  for (const auto& [name, sg] : src.txMstStatus()) {
-    Zek::Ptr<TxMstStatus const> dg = dst.txMstStatus(name);
-    if (!dg) out << "missing group " << name << "\n";
-    if (!dg) continue;
-    for (const auto& [intf, dp] : dg->txMstPortStatus()) {
-      if (!sg->txMstPortStatus(intf)) out << name << ": extra port " << intf << "\n";
-    }
-    for (const auto& [intf, sp] : sg->txMstPortStatus()) {
-      const PortKey key(name.str(), intf.name().str());
-      const std::string at = key.first + "|" + key.second + ": ";
-      Zek::Ptr<TxMstPortStatus const> dp = dg->txMstPortStatus(intf);
-      if (!dp) {
-        out << at << "missing port\n";
-      } else if (ex.uncopiedPorts.count(key)) {
-        if (dp->txInfo().size() || dp->txUpdate().size() || dp->txNewInfo() || !(dp->txHelloWhenOn() == TimerVal())) {
-          out << at << "uncopied port is not empty\n";
-        }
-      } else {
-        if (dp->txNewInfo() != sp->txNewInfo()) out << at << "txNewInfo " << dp->txNewInfo() << "\n";
-        if (!(dp->txHelloWhenOn() == sp->txHelloWhenOn())) out << at << "txHelloWhenOn " << dp->txHelloWhenOn() << "\n";
-        // Counters: exactly the source's non-zero ones, plus the allowed stale ones (present, any value).
-        std::map<std::uint16_t, std::uint32_t> want, got;
-        for (const auto& [vlan, value] : sp->txUpdate()) {
-          if (value != 0) want[vlan.value()] = value;
-        }
-        for (const auto& [vlan, value] : dp->txUpdate()) got[vlan.value()] = value;
-        if (auto it = ex.staleTxUpdate.find(key); it != ex.staleTxUpdate.end()) {
-          for (std::uint16_t vlan : it->second) want[vlan] = got.count(vlan) ? got[vlan] : 0;  // 0: never held
-        }
-        if (want != got) {
-          out << at << "txUpdate";
-          for (const auto& [vlan, value] : got) out << " " << vlan << ":" << value;
-          out << ", expected";
-          for (const auto& [vlan, value] : want) out << " " << vlan << ":" << value;
-          out << "\n";
-        }
-        for (const auto& [vlan, dr] : dp->txInfo()) {
-          if (!sp->txInfo(vlan)) out << at << "extra record vlan=" << vlan << "\n";
-        }
-        for (const auto& [vlan, sr] : sp->txInfo()) {
-          Zek::Ptr<IntxInfo const> dr = dp->txInfo(vlan);
-          if (!dr) out << at << "missing record vlan=" << vlan << "\n";
-          if (dr && !sr->sameContent(*dr)) out << at << "record differs:\n  dest   " << *dr << "\n  source " << *sr << "\n";
-        }
-      }
-    }
-  }
-  return out.str();
 }
 
 }  // namespace StpTxRx::test

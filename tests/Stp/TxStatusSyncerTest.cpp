@@ -1,0 +1,423 @@
+// TxStatusToTxSyncer and TxStatusToRxSyncer beyond what the model harness (SyncerModelTest) proves: the exact
+// traces and destination writes of each step, the order in which destination members and reactors come and
+// go, the deletion mark and notification switch, re-pointing, reactors unbound by the destination's readers,
+// null trees, reinstantiation errors, teardown and the hot path.
+#include <stptxrx/Stp/StpTxStatusSyncer.h>
+#include <stptxrx/runtime/Exception.h>
+
+#include "support/AllocCounter.h"
+#include "support/LiveCounts.h"
+#include "support/RecordingReactor.h"
+#include "support/Script.h"
+#include "support/TraceCapture.h"
+#include "support/TxTreeBuilder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace StpTxRx {
+namespace {
+
+using test::portIs;
+using test::recordIs;
+using Zek::test::RecordingReactor;
+using Zek::test::Step;
+
+constexpr const char* origin = "StpTxStatusSyncer Stp/StpTxStatusSyncer";
+
+/// Every write to a transmit tree above the records, at every level (members created later included), as
+/// "+g1" / "-g1" (group), "g1+Et1" (port), "Et1+10" (record), "Et1:u10" (counter), "Et1:new", "Et1:hello",
+/// "heartbeat"; take() returns them space-separated and starts afresh.
+class TreeLog {
+ public:
+  explicit TreeLog(const TxStatus::Ptr& t) {
+    watch(t, [this, t = t.get()](Zek::AttributeId id, const void* key) {
+      const Zek::Name name = key ? *static_cast<const Zek::Name*>(key) : Zek::Name();
+      add(id == TxStatus::idHeartbeatTimeout ? "heartbeat" : (t->txMstStatus(name) ? "+" : "-") + name.str());
+      if (t->txMstStatus(name)) group(t->txMstStatus(name));
+    });
+    for (const auto& [name, g] : t->txMstStatus()) group(t->txMstStatus(name));
+  }
+  std::string take() { return std::exchange(log_, ""); }
+
+ private:
+  void group(const TxMstStatus::Ptr& g) {
+    watch(g, [this, g = g.get()](Zek::AttributeId, const void* key) {
+      const IntfId& intf = *static_cast<const IntfId*>(key);
+      add(g->name().str() + (g->txMstPortStatus(intf) ? "+" : "-") + intf.shortName().str());
+      if (Zek::Ptr<TxMstPortStatus> p = g->txMstPortStatus(intf)) port(p);
+    });
+    for (const auto& [intf, p] : g->txMstPortStatus()) port(g->txMstPortStatus(intf));
+  }
+  void port(const TxMstPortStatus::Ptr& p) {
+    watch(p, [this, p = p.get()](Zek::AttributeId id, const void* key) {
+      const std::string at = p->intfId().shortName().str(), vlan = key ? std::to_string(static_cast<const VlanIdOrNone*>(key)->value()) : "";
+      add(id == TxMstPortStatus::idTxInfo ? at + (p->txInfo(std::stoi(vlan)) ? "+" : "-") + vlan
+          : id == TxMstPortStatus::idTxUpdate ? at + ":u" + vlan : at + (id == TxMstPortStatus::idTxNewInfo ? ":new" : ":hello"));
+    });
+  }
+  void watch(const Zek::Ptr<Zek::PtrInterface const>& n, RecordingReactor::Action action) {
+    reactors_.push_back(RecordingReactor::RecordingReactorIs(n));
+    reactors_.back()->actionIs(std::move(action));
+  }
+  void add(const std::string& write) { log_ += (log_.empty() ? "" : " ") + write; }
+  std::vector<Zek::Ptr<RecordingReactor>> reactors_;
+  std::string log_;
+};
+
+class TxToTxTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    syncer = nullptr;
+    src = dst = nullptr;
+    EXPECT_TRUE(before.unchanged()) << "every syncer, reactor and entity of the test is gone";
+  }
+  void make() { syncer = txStatusToTxSyncerFactory(src, dst); }
+  TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm* portSm(const char* intf = "Ethernet1") const {
+    auto* g = syncer->zekTxMstStatusSm("g1");
+    return g ? g->zekTxMstPortStatus(IntfId(intf)) : nullptr;
+  }
+  static inline const Zek::test::TraceCapture::Abbreviations labels = {
+      {"TxToTx::ZekTxMstStatusSm[g1]::", "G:"}, {"TxToTx::ZekTxMstPortStatusSm[g1|Et1]::", "P:"}, {"TxToTx::", "T:"}};
+
+  Zek::test::LiveCounts before;  // first member: taken before anything of the test exists
+  TxStatus::Ptr src = TxStatus::TxStatusIs();
+  TxStatus::Ptr dst = TxStatus::TxStatusIs();
+  TxStatusToTxSyncer::Ptr syncer;
+};
+
+TEST_F(TxToTxTest, EachStepWritesAndTracesExactlyThis) {
+  recordIs(*src, "g1", "Ethernet1", 10, {0, 3}, 5);
+  TxMstPortStatus::Ptr p = portIs(*src, "g1", "Ethernet1");
+  p->txUpdateIs(10, 3), p->txNewInfoIs(4), p->txHelloWhenOnIs(TimerVal(1, 2));
+  src->heartbeatTimeoutIs(3.5);
+  TreeLog log(dst);
+  Zek::Ptr<IntxInfoSyncer> recordSyncer;
+  Zek::test::TraceCapture cap({"StpTxStatusSyncer/8"});
+  Zek::test::play(cap, origin, labels, [&] { return log.take(); }, {
+      // The port's own copy runs before its group creates the destination port; only the top-level pass, which
+      // re-runs the group's full copy, finds the port and fills it. The record syncer's lines are its own.
+      {"construction", [&] { make(), recordSyncer = portSm()->txInfoSyncer(10); },
+       "P:handleInitialized() |G:handleInitialized() |P:handleInitialized() |"
+       "G:handleTxMstPortStatus() setting txMstPortStatus for Ethernet1|T:handleInitialized() |G:handleInitialized() |"
+       "P:handleInitialized() |P:handleTxInfo() setting vlan=10|IntxInfoSyncer::ZekMstiNSm[0]::handleInitialized() |"
+       "IntxInfoSyncer::ZekMstiNSm[3]::handleInitialized() |IntxInfoSyncer[g1|Et1|10]::handleInitialized() |"
+       "IntxInfoSyncer[g1|Et1|10]::handleMstiN() setting mstiId=0|IntxInfoSyncer::ZekMstiNSm[0]::copyAllData() |"
+       "IntxInfoSyncer[g1|Et1|10]::handleMstiN() setting mstiId=3|IntxInfoSyncer::ZekMstiNSm[3]::copyAllData() |"
+       "P:handleTxUpdate() setting vlan=10|G:handleTxMstPortStatus() setting txMstPortStatus for Ethernet1|T:handleTxMstStatus() creating g1",
+       "heartbeat +g1 g1+Et1 Et1+10 Et1:u10 Et1:hello Et1:new"},
+      {"the record syncer joins the records of VLAN 10 and is named group|short name", [&] {
+         EXPECT_TRUE(recordSyncer->parentId() == "g1|Et1" && recordSyncer->source() == p->txInfo(10));
+         EXPECT_EQ(recordSyncer->dest(), dst->txMstStatus("g1")->txMstPortStatus(IntfId("Ethernet1"))->txInfo(10));
+         EXPECT_TRUE(syncer->initialized() && syncer->zekTxMstStatusSm("g1")->initialized() && portSm()->initialized());
+       }, "", ""},
+      // A counter change: the silent mirror, then the handler's traced write of the same value. A zero counter is
+      // deleted (the handler's second delete finds nothing); a zero for an absent one writes nothing.
+      {"counter", [&] { p->txUpdateIs(10, 5); }, "P:handleTxUpdate() setting vlan=10", "Et1:u10 Et1:u10"},
+      {"zero counters", [&] { p->txUpdateIs(10, 0), p->txUpdateIs(11, 0); },
+       "P:handleTxUpdate() deleting vlan=10|P:handleTxUpdate() deleting vlan=11", "Et1:u10"},
+      {"scalars and heartbeat: one untraced write each", [&] {
+         p->txNewInfoIs(12), p->txHelloWhenOnIs(TimerVal(3, 4)), src->heartbeatTimeoutIs(3.5);
+       }, "", "Et1:new Et1:hello heartbeat"},
+      // The full copy: records (kept: no write), the source's counters, then, as the source's zero counters make
+      // the counts differ, the destination's counters again; txHelloWhenOn, txNewInfo.
+      {"port full copy", [&] { p->txUpdateIs(10, 1), portSm()->handleInitialized(); },
+       "P:handleTxUpdate() setting vlan=10|P:handleInitialized() |P:handleTxInfo() setting vlan=10|"
+       "P:handleTxUpdate() setting vlan=10|P:handleTxUpdate() deleting vlan=11|P:handleTxUpdate() setting vlan=10",
+       "Et1:u10 Et1:u10 Et1:u10 Et1:u10 Et1:hello Et1:new"},
+      {"record added and removed", [&] { p->txInfoIs(20), p->txInfoDel(20); },
+       "P:handleTxInfo() setting vlan=20|IntxInfoSyncer[g1|Et1|20]::handleInitialized() |P:handleTxInfo() deleting vlan=20",
+       "Et1+20 Et1-20"},
+      {"group and port added", [&] { portIs(*src, "g2", "Ethernet2")->txNewInfoIs(6); },
+       "T:handleTxMstStatus() creating g2|T:ZekTxMstStatusSm[g2]::handleInitialized() |"
+       "T:ZekTxMstStatusSm[g2]::handleTxMstPortStatus() setting txMstPortStatus for Ethernet2|"
+       "T:ZekTxMstPortStatusSm[g2|Et2]::handleInitialized() ",
+       "+g2 g2+Et2 Et2:hello Et2:new Et2:new"},
+      // Marked for deletion with notifications on: the heartbeat and the silent counter mirror follow, the
+      // handlers stop, but the reactors still follow the source's members (a new group's reactor creates its
+      // destination group).
+      {"reactors marked for deletion", [&] {
+         syncer->zekSource()->zekMarkedForDeletionIs(true);
+         syncer->zekTxMstStatusSm("g2")->zekMarkedForDeletionIs(true);
+         portSm()->zekMarkedForDeletionIs(true);
+         src->heartbeatTimeoutIs(5.0), src->txMstStatusIs("g3");
+         src->txMstStatus("g2")->txMstPortStatusDel(IntfId("Ethernet2"));
+         p->txNewInfoIs(13), p->txHelloWhenOnIs(TimerVal(5, 6)), p->txUpdateIs(10, 7), p->txInfoIs(30);
+         EXPECT_EQ(syncer->zekTxMstStatusSm("g2")->zekTxMstPortStatusCount(), 0u);
+       }, "T:ZekTxMstStatusSm[g3]::handleInitialized() ", "heartbeat +g3 Et1:u10"},
+      {"marks cleared; notifications off, then on", [&] {
+         syncer->zekSource()->zekMarkedForDeletionIs(false);
+         syncer->zekTxMstStatusSm("g2")->zekMarkedForDeletionIs(false);
+         portSm()->zekMarkedForDeletionIs(false);
+         syncer->hasNotificationActiveIs(false);
+         EXPECT_FALSE(recordSyncer->hasNotificationActive());
+         p->txNewInfoIs(14), src->txMstStatusIs("g4"), src->heartbeatTimeoutIs(6.0);
+         syncer->hasNotificationActiveIs(true);
+         EXPECT_TRUE(recordSyncer->hasNotificationActive());
+         p->txNewInfoIs(15);
+       }, "", "Et1:new"},
+      // Without a source the top level stops; a group counts as absent when its handler is called.
+      {"source detached", [&] {
+         EXPECT_EQ(syncer->sourceDel(), src);
+         EXPECT_FALSE(syncer->source() || syncer->sourceDel());
+         src->heartbeatTimeoutIs(9.0), src->txMstStatusIs("g5"), syncer->handleTxMstStatus("g2");
+       }, "T:handleTxMstStatus() deleting g2", "-g2"},
+      // A removed port takes its reactor and record syncers; the destination port is deleted, not emptied.
+      {"port removed", [&] { src->txMstStatus("g1")->txMstPortStatusDel(IntfId("Ethernet1")); },
+       "G:handleTxMstPortStatus() deleting txMstPortStatus for Ethernet1", "g1-Et1"},
+      {"reactors deleted, then the syncer: nothing written", [&] {
+         EXPECT_TRUE(recordSyncer->zekMarkedForDeletion() && !recordSyncer->zekSource()->hasNotificationActive());
+         EXPECT_EQ(syncer->txMstStatusDel("g3"), src->txMstStatus("g3"));
+         EXPECT_FALSE(syncer->txMstStatusDel("g3"));
+         syncer->zekTxMstStatusSm("g1")->txMstPortStatusDelAll();
+         EXPECT_EQ(syncer->zekTxMstStatusSm("g1")->zekTxMstPortStatusCount(), 0u);
+         syncer->txMstStatusDelAll();
+         EXPECT_EQ(syncer->zekTxMstStatusSmCount(), 0u);
+         recordSyncer = nullptr;
+         syncer = nullptr;
+       }, "", ""},
+  });
+}
+
+TEST_F(TxToTxTest, CounterScalarAndHeartbeatChangesAllocateNothing) {
+  recordIs(*src, "g1", "Ethernet1", 10, {0});
+  TxMstPortStatus::Ptr p = portIs(*src, "g1", "Ethernet1");
+  make();
+  for (std::uint8_t i = 1; i < 20; ++i) {
+    std::optional<Zek::test::AllocScope> scope;  // the first round registers each handler's call site
+    if (i > 1) scope.emplace();
+    p->txUpdateIs(10, i), p->txNewInfoIs(i), p->txHelloWhenOnIs(TimerVal(0, i)), src->heartbeatTimeoutIs(i);
+    EXPECT_EQ(scope ? scope->count() : 0u, 0u) << "round " << int{i};
+  }
+}
+
+TEST_F(TxToTxTest, NullSourceEmptiesTheDestinationAndNullDestinationIsNeverWritten) {
+  dst->heartbeatTimeoutIs(7.0);
+  dst->txMstStatusIs("g1");
+  syncer = TxStatusToTxSyncer::TxStatusToTxSyncerIs(nullptr, dst);
+  EXPECT_TRUE(dst->heartbeatTimeout() == 0.0 && dst->txMstStatus().empty() && !syncer->sourceDel());
+  recordIs(*src, "g1", "Ethernet1", 10, {0});
+  syncer = TxStatusToTxSyncer::TxStatusToTxSyncerIs(src, nullptr);
+  EXPECT_FALSE(portSm()->dest() || syncer->zekTxMstStatusSm("g1")->dest());
+  // Every kind of change reaches a handler that has nothing to write (and must not dereference it).
+  TxMstPortStatus::Ptr p = portIs(*src, "g1", "Ethernet1");
+  src->heartbeatTimeoutIs(1.0), src->txMstStatusIs("g2"), portIs(*src, "g1", "Ethernet2");
+  p->txUpdateIs(10, 2), p->txNewInfoIs(2), p->txHelloWhenOnIs(TimerVal(1, 1)), p->txInfoIs(11);
+  src->txMstStatusDel("g1");
+  syncer->handleInitialized();
+  EXPECT_EQ(syncer->zekTxMstStatusSmCount(), 1u);
+}
+
+TEST_F(TxToTxTest, RecordSyncersAreNotReinstantiatedAndMutatorsRefuseNull) {
+  recordIs(*src, "g1", "Ethernet1", 20, {0});
+  make();
+  auto* p = portSm();
+  Zek::Ptr<IntxInfoSyncer> rs = p->txInfoSyncer(20);
+  IntxInfo::Ptr other = IntxInfo::IntxInfoIs(20);
+  // Create-or-return refuses other arguments, naming the one that differs, and keeps the syncer.
+  const auto refused = [&](const Zek::Ptr<IntxInfo const>& s, const IntxInfo::Ptr& d, const char* name) {
+    try {
+      p->txInfoSyncerIs(s, d, 20, name);
+    } catch (const Zek::MutatorReinstantiatingException& e) {
+      EXPECT_EQ(p->txInfoSyncer(20), rs);
+      return std::string(e.what()).substr(0, std::string(e.what()).find(": "));
+    }
+    return std::string("no exception");
+  };
+  const std::string type = "TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstPortStatusSm::txInfoSyncer.";
+  EXPECT_EQ(refused(other, rs->dest(), "g1|Et1"), type + "source");
+  EXPECT_EQ(refused(rs->source(), other, "g1|Et1"), type + "dest");
+  EXPECT_EQ(refused(rs->source(), rs->dest(), "g1|Et2"), type + "parentId");
+  EXPECT_EQ(p->txInfoSyncerIs(rs->source(), rs->dest(), 20, "g1|Et1"), rs);
+  EXPECT_THROW(p->txInfoSyncerIs(nullptr, other, 11, "x"), Zek::MutatorArgNullPointerException);
+  EXPECT_THROW(syncer->txMstStatusIs(nullptr), Zek::MutatorArgNullPointerException);
+  EXPECT_THROW(syncer->zekTxMstStatusSm("g1")->txMstPortStatusIs(nullptr), Zek::MutatorArgNullPointerException);
+  EXPECT_FALSE(p->txInfoSyncerHas(11));
+  EXPECT_EQ(p->txInfoSyncerDel(20), rs);
+  EXPECT_EQ(p->txInfoSyncerCount(), 0u);
+}
+
+// Re-pointing a group reactor at another tree's group of the same name re-points its port reactors (a port
+// in common mirrors the other port's counters and rebuilds its record syncers), drops the reactors of ports
+// the other group lacks and builds reactors for its new ports, whose destination ports stay empty.
+TEST_F(TxToTxTest, RepointedGroupReactorFollowsTheOtherGroup) {
+  recordIs(*src, "g1", "Ethernet1", 10, {0});
+  portIs(*src, "g1", "Ethernet1")->txUpdateIs(10, 5);
+  portIs(*src, "g1", "Ethernet2")->txNewInfoIs(2);
+  make();
+  TxStatus::Ptr other = TxStatus::TxStatusIs();
+  IntxInfo::Ptr record = recordIs(*other, "g1", "Ethernet1", 11, {1}, 4);
+  TxMstPortStatus::Ptr p1 = portIs(*other, "g1", "Ethernet1");
+  p1->txUpdateIs(11, 3);
+  portIs(*other, "g1", "Ethernet3");
+  auto* g = syncer->zekTxMstStatusSm("g1");
+  auto* kept = portSm();
+  Zek::test::TraceCapture cap({"StpTxStatusSyncer/8"});
+  g->txMstStatusIs(g->txMstStatus()), kept->txMstPortStatusIs(kept->txMstPortStatus());
+  EXPECT_EQ(cap.texts(), std::vector<std::string>{}) << "re-pointed at what it watches: nothing";
+  EXPECT_EQ(syncer->txMstStatusIs(other->txMstStatus("g1")).get(), g) << "kept, not rebuilt";
+  EXPECT_TRUE(portSm() == kept && kept->txMstPortStatus() == p1 && !portSm("Ethernet2"));
+  TxMstPortStatus::Ptr d1 = dst->txMstStatus("g1")->txMstPortStatus(IntfId("Ethernet1"));
+  TxMstPortStatus::Ptr d3 = dst->txMstStatus("g1")->txMstPortStatus(IntfId("Ethernet3"));
+  EXPECT_FALSE(dst->txMstStatus("g1")->txMstPortStatus(IntfId("Ethernet2")));
+  EXPECT_TRUE(d1->txUpdate().size() == 1 && d1->txUpdate(11) == 3u && !d1->txInfo(10));
+  EXPECT_TRUE(d1->txInfo(11) && d1->txInfo(11)->sameContent(*record));
+  EXPECT_TRUE(d3 && d3->txInfo().empty() && d3->txUpdate().empty());
+  p1->txNewInfoIs(5);
+  EXPECT_EQ(d1->txNewInfo(), 5u);
+  // Re-pointed at a port without those counters, the port reactor deletes the destination's.
+  g->txMstPortStatusIs(src->txMstStatus("g1")->txMstPortStatus(IntfId("Ethernet1")));
+  EXPECT_TRUE(d1->txUpdate().size() == 1 && d1->txUpdate(10) == 5u);
+}
+
+// A reader of the destination that detaches the source, or deletes the group reactor, from inside the
+// handler: the reactor that called the handler must notice and stop.
+TEST_F(TxToTxTest, ReactorsUnboundByADestinationReaderStop) {
+  make();
+  auto reader = RecordingReactor::RecordingReactorIs(dst);
+  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
+  src->txMstStatusIs("g1");
+  EXPECT_TRUE(dst->txMstStatus("g1") && !syncer->zekTxMstStatusSm("g1")) << "no reactor built once detached";
+  make();
+  reader = RecordingReactor::RecordingReactorIs(dst->txMstStatus("g1"));
+  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->txMstStatusDel("g1"); });
+  Zek::test::TraceCapture cap({"StpTxStatusSyncer/8"});
+  portIs(*src, "g1", "Ethernet1");
+  EXPECT_FALSE(syncer->zekTxMstStatusSm("g1"));
+  EXPECT_EQ(cap.texts(), std::vector<std::string>{"TxToTx::ZekTxMstStatusSm[g1]::handleTxMstPortStatus() setting txMstPortStatus for Ethernet1"});
+  reader = nullptr;
+}
+
+// ---- TxStatusToRxSyncer
+
+class TxToRxTest : public ::testing::Test {
+ protected:
+  void SetUp() override {  // group A with Ethernet1 and Ethernet2, group B without ports
+    groupA->txMstPortStatusIs(et1), groupA->txMstPortStatusIs(IntfId("Ethernet2"));
+    tx->txMstStatusIs("B");
+  }
+  void TearDown() override {
+    syncer = nullptr, tx = nullptr, groupA = nullptr, rx = nullptr;
+    EXPECT_TRUE(before.unchanged());
+  }
+  /// The receive status's groups and ports, as "A:Ethernet1,Ethernet2 B:".
+  std::string shape() const {
+    std::string s;
+    for (const auto& [name, group] : rx->rxMstStatus()) {
+      std::vector<std::string> ports;
+      for (const auto& [intf, port] : group->rxMstPortStatus()) ports.push_back(intf.name().str());
+      std::sort(ports.begin(), ports.end());
+      s += (s.empty() ? "" : " ") + name.str() + ":";
+      for (const auto& p : ports) s += (s.back() == ':' ? "" : ",") + p;
+    }
+    return s;
+  }
+  Zek::test::LiveCounts before;
+  const IntfId et1{"Ethernet1"};
+  TxStatus::Ptr tx = TxStatus::TxStatusIs();
+  TxMstStatus::Ptr groupA = tx->txMstStatusIs("A");
+  RxStatus::Ptr rx = RxStatus::RxStatusIs();
+  TxStatusToRxSyncer::Ptr syncer;
+};
+
+TEST_F(TxToRxTest, EachStepTracesAndShapesExactlyThis) {
+  RxMstStatus::Ptr stale = rx->rxMstStatusIs("Z"), keptA = rx->rxMstStatusIs("A");
+  keptA->rxMstPortStatusIs(IntfId("Ethernet9"));
+  keptA->rxMstPortStatusIs(et1)->bpduCountIs(42);
+  TxStatus::Ptr other = TxStatus::TxStatusIs();
+  Zek::Ptr<TxStatusToRxSyncer::ZekSource> extra;
+  Zek::test::TraceCapture cap({"StpTxStatusSyncer/7-8"});
+  Zek::test::play(cap, origin, {{"TxToRx::ZekTxMstStatusSm[A]::", "A:"}, {"TxToRx::ZekTxMstStatusSm[B]::", "B:"},
+                        {"TxToRx::ZekTxMstStatusSm[C]::", "C:"}, {"TxToRx::ZekTxMstStatusSm[D]::", "D:"}, {"TxToRx::", "T:"}},
+                  [&] { return shape(); }, {
+      // Group reactors first (each with its own pass), then the syncer's pass; stale entries go untraced and
+      // existing ones keep their values.
+      {"construction", [&] {
+         syncer = txStatusToRxSyncerFactory(tx, rx);
+         EXPECT_TRUE(stale->zekMarkedForDeletion() && keptA->rxMstPortStatus(et1)->bpduCount() == 42);
+         EXPECT_EQ(syncer->zekTxMstStatus("A")->rxMstStatus(), keptA);
+       },
+       "A:handleInitialized() |A:handleTxMstPortStatus() setting rxMstPortStatus for Et1|"
+       "A:handleTxMstPortStatus() setting rxMstPortStatus for Et2|B:handleInitialized() |T:handleInitialized() |"
+       "T:handleTxMstStatus() setting rxMstStatus A|T:handleTxMstStatus() setting rxMstStatus B",
+       "A:Ethernet1,Ethernet2 B:"},
+      {"members added and removed", [&] { groupA->txMstPortStatusDel(IntfId("Ethernet2")), tx->txMstStatusDel("B"), tx->txMstStatusIs("C"); },
+       "A:handleTxMstPortStatus() deleting rxMstPortStatus for Et2|T:handleTxMstStatus() deleting rxMstStatus B|"
+       "T:handleTxMstStatus() setting rxMstStatus C|C:handleInitialized() ", "A:Ethernet1 C:"},
+      {"reactor deleted: no change; a new one runs its pass at once", [&] {
+         Zek::Ptr<TxStatusToRxSyncer::ZekTxMstStatusSm> a = syncer->zekTxMstStatus("A");
+         EXPECT_EQ(syncer->txMstStatusDel("A"), groupA);
+         EXPECT_TRUE(!syncer->txMstStatusDel("A") && a->zekMarkedForDeletion() && !a->owner());
+         groupA->txMstPortStatusIs(IntfId("Ethernet3"));
+         auto* made = syncer->txMstStatusIs(groupA).get();
+         EXPECT_EQ(made, syncer->zekTxMstStatus("A"));
+         EXPECT_THROW(syncer->txMstStatusIs(nullptr), Zek::MutatorArgNullPointerException);
+       }, "A:handleInitialized() |A:handleTxMstPortStatus() setting rxMstPortStatus for Et1|"
+          "A:handleTxMstPortStatus() setting rxMstPortStatus for Et3", "A:Ethernet1,Ethernet3 C:"},
+      {"marked for deletion: the reactor's handler stops; a null key or another id: nothing", [&] {
+         syncer->zekTxMstStatus("A")->onAttribute(TxMstStatus::idTxMstPortStatus, nullptr);
+         syncer->zekTxMstStatus("A")->onAttribute(TxMstStatus::idName, &et1);
+         syncer->zekTxMstStatus("A")->zekMarkedForDeletionIs(true);
+         groupA->txMstPortStatusDel(IntfId("Ethernet3"));
+         syncer->zekTxMstStatus("A")->zekMarkedForDeletionIs(false);
+       }, "", "A:Ethernet1,Ethernet3 C:"},
+      // A source reactor re-pointed at another tree mirrors its groups in the group reactors.
+      {"source reactor re-pointed", [&] {
+         other->txMstStatusIs("C"), other->txMstStatusIs("D");
+         extra = new TxStatusToRxSyncer::ZekSource(tx, syncer.get());
+         extra->notifierIs(other), extra->notifierIs(other);
+         EXPECT_TRUE(!syncer->zekTxMstStatus("A") && syncer->zekTxMstStatus("C")->txMstStatus() == other->txMstStatus("C"));
+         extra->ownerIs(nullptr);
+         syncer->txMstStatusDelAll();
+         EXPECT_EQ(syncer->zekTxMstStatusCount(), 0u);
+         syncer->txMstStatusIs(groupA);
+       }, "D:handleInitialized() |A:handleInitialized() |A:handleTxMstPortStatus() setting rxMstPortStatus for Et1",
+       "A:Ethernet1 C: D:"},
+      // Notifications off stop the syncer and on resumes it without replaying; sourceDel stops the top.
+      {"notifications off and on, source detached", [&] {
+         syncer->hasNotificationActiveIs(false);
+         groupA->txMstPortStatusIs(IntfId("Ethernet4")), tx->txMstStatusIs("E");
+         syncer->hasNotificationActiveIs(true);
+         EXPECT_EQ(syncer->sourceDel(), tx);
+         tx->txMstStatusDel("C"), groupA->txMstPortStatusIs(IntfId("Ethernet5"));
+       }, "A:handleTxMstPortStatus() setting rxMstPortStatus for Et5", "A:Ethernet1,Ethernet5 C: D:"},
+      {"a group handler without a source deletes", [&] { syncer->handleTxMstStatus("A"); },
+       "T:handleTxMstStatus() deleting rxMstStatus A", "C: D:"},
+      {"a group reactor without its group empties its destination group", [&] {
+         syncer->zekTxMstStatus("A")->notifierIs(nullptr);
+         rx->rxMstStatusIs("A")->rxMstPortStatusIs(et1);
+         syncer->zekTxMstStatus("A")->handleInitialized();
+       }, "A:handleInitialized() ", "C: D: A:"},
+      {"and the syncer's pass without a source deletes every group", [&] { syncer->handleInitialized(); },
+       "T:handleInitialized() ", ""},
+      {"released: destination left as it is", [&] {
+         rx->rxMstStatusIs("K");
+         syncer = nullptr, extra = nullptr;
+         EXPECT_TRUE(tx->notifieeList()->empty() && groupA->notifieeList()->empty());
+       }, "", "K:"},
+      {"without a source: empty, and nothing to clean without a destination", [&] {
+         syncer = txStatusToRxSyncerFactory(nullptr, rx);
+         EXPECT_EQ(syncer->zekTxMstStatusCount(), 0u);
+         EXPECT_TRUE(txStatusToRxSyncerFactory(nullptr, nullptr)->initialized());
+       }, "T:handleInitialized() |T:handleInitialized() ", ""},
+  });
+}
+
+TEST_F(TxToRxTest, ReactorsWithoutOwnerOrUnboundByADestinationReaderStop) {
+  Zek::Ptr<TxStatusToRxSyncer::ZekTxMstStatusSm> orphan(new TxStatusToRxSyncer::ZekTxMstStatusSm(groupA, nullptr));
+  EXPECT_TRUE(!orphan->initialized() && !orphan->rxMstStatus());
+  syncer = txStatusToRxSyncerFactory(tx, rx);
+  auto reader = RecordingReactor::RecordingReactorIs(rx);
+  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
+  tx->txMstStatusIs("C");
+  EXPECT_TRUE(rx->rxMstStatus("C") && !syncer->zekTxMstStatus("C"));
+}
+
+}  // namespace
+}  // namespace StpTxRx

@@ -1,0 +1,86 @@
+#pragma once
+// One ordered log of every write an observer of a transmit record sees: its record-level attributes, the
+// attributes of its entries (entries created later included) and the entries created or deleted.
+#include <stptxrx/state/IntxInfo.h>
+
+#include "support/RecordingReactor.h"
+
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace StpTxRx::test {
+
+/// Lines: "stpVersion" (a record attribute), "3.flags" (an attribute of entry 3), "+3" / "-3" (entry 3
+/// created / deleted). expand() spells expectations the same way, "R" standing for the six record
+/// attributes in declaration order and a bare key for the thirteen attributes of that entry:
+///
+///   test::RecordLog log(dst);
+///   copyIntxInfo(src, dst);
+///   EXPECT_EQ(log.lines, test::RecordLog::expand("R 0 +5 5 -7"));
+class RecordLog {
+ public:
+  explicit RecordLog(const IntxInfo::Ptr& record) : record_(Zek::test::RecordingReactor::RecordingReactorIs(record)) {
+    record_->actionIs([this, r = record.get()](Zek::AttributeId id, const void* key) {
+      if (id != IntxInfo::idMstiN) return add(recordNames[id - IntxInfo::idNeighborAddr]);
+      const BridgeSystemId k = *static_cast<const BridgeSystemId*>(key);
+      if (Zek::Ptr<IntxMstiInfo> entry = r->mstiN(k)) watch(entry);
+      add((r->mstiN(k) ? "+" : "-") + std::to_string(k.value()));
+    });
+    for (const auto& [k, entry] : record->mstiN()) watch(record->mstiN(k));
+  }
+
+  std::vector<std::string> lines;
+  std::function<void(const std::string&)> hook;  ///< runs after each line is added
+
+  /// The lines, space-separated; the log starts afresh.
+  std::string take() {
+    std::string out;
+    for (const std::string& line : lines) out += (out.empty() ? "" : " ") + line;
+    lines.clear();
+    return out;
+  }
+
+  static std::vector<std::string> expand(const std::string& spec) {
+    std::vector<std::string> out;
+    std::istringstream items(spec);
+    for (std::string item; items >> item;) {
+      if (item == "R") {
+        for (const char* name : recordNames) {
+          if (*name) out.push_back(name);
+        }
+      } else if (item.find_first_not_of("0123456789") == std::string::npos) {
+        for (const char* name : entryNames) out.push_back(item + "." + name);
+      } else {
+        out.push_back(item);
+      }
+    }
+    return out;
+  }
+
+ private:
+  static constexpr const char* recordNames[] = {"neighborAddr",        "",  // the key has no setter
+                                                "stpVersion",          "intxInfoType", "configRevisionLevel",
+                                                "configNameString",    "configDigest"};
+  static constexpr const char* entryNames[] = {
+      "flags",           "bridgeId",      "portId",     "cistRootBridgeId", "cistExtRootPathCost",
+      "cistRegionalRootBridgeId", "intRootPathCost", "regionalRootBridgeId", "remainingHops",
+      "messageAge",      "maxAge",        "helloTime",  "fwdDelay"};
+
+  void add(const std::string& line) {
+    lines.push_back(line);
+    if (hook) hook(line);
+  }
+  void watch(const Zek::Ptr<IntxMstiInfo>& entry) {
+    entries_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(entry));
+    entries_.back()->actionIs([this, k = std::to_string(entry->key().value())](Zek::AttributeId id, const void*) {
+      add(k + "." + entryNames[id - IntxMstiInfo::idFlags]);
+    });
+  }
+
+  Zek::Ptr<Zek::test::RecordingReactor> record_;
+  std::vector<Zek::Ptr<Zek::test::RecordingReactor>> entries_;
+};
+
+}  // namespace StpTxRx::test
