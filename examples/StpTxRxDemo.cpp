@@ -1,16 +1,23 @@
 // StpTxRx demo: the typical event, end to end.
 //
 //   stptxrx_demo [OUTPUT.pcap]        (default ./stptxrx-demo.pcap)
+//   stptxrx_demo --live IFACE BRIDGE  (as root, in a namespace where IFACE faces a port of the kernel
+//                                      bridge BRIDGE: the last step alone; scripts/demo sets it up)
 //   STPTXRX_TRACE='StpTxStatusSyncer/8,StpRxStatusSyncer/7-8' stptxrx_demo   (shows the syncers at work)
 //
 // An agent changes the flags of instance 0 on port Ethernet1; a transmit status syncer mirrors the change
 // into a second status; a change counter on the mirrored record sees it; the sending side encodes the
 // mirrored record into a BPDU frame. Then the receive side: the transmit status gives a dynamic receive
 // status its shape, and a received record is copied into it; last, a neighbour's MST BPDU is decoded
-// into the receiving process's status and a damaged copy of it is turned away. Each step is one thing a
-// user of the library does, in the order an agent would do it.
+// into the receiving process's status through the port's receiver, a damaged copy is turned away and a
+// flood is cut off by the port's rate limit, the counters reaching the dynamic status as they change.
+// Live, the agent then meets a kernel bridge: it receives the bridge's BPDU through the same receive path
+// and sends a superior one encoded from its transmit record, and the bridge takes its root. Each step is
+// one thing a user of the library does, in the order an agent would do it.
 #include "../tools/BpduSamples.h"  // dumpRstFrame, intxRecord
-#include "../tools/PcapWriter.h"
+#if STPTXRX_HAVE_PCAP
+#include "../tools/Pcap.h"
+#endif
 
 #include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
@@ -21,9 +28,13 @@
 #include <stptxrx/state/RxStatus.h>
 #include <stptxrx/state/TxStatus.h>
 
+#include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <iostream>
 #include <string>
+#include <thread>
 
 using namespace StpTxRx;
 
@@ -44,10 +55,19 @@ void fillCist(IntxMstiInfo& cist) {
 
 void step(int n, const std::string& what) { std::cout << "\nStep " << n << ": " << what << "\n"; }
 
+int liveStep(const std::string& iface, const std::string& bridge);
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::cout << std::unitbuf;  // keep the steps and the syncers' trace lines (stderr) in order
+  if (argc > 1 && std::strcmp(argv[1], "--live") == 0) {
+    if (argc != 4) {
+      std::cerr << "usage: stptxrx_demo --live IFACE BRIDGE\n";
+      return 2;
+    }
+    return liveStep(argv[2], argv[3]);
+  }
   const std::string path = argc > 1 ? argv[1] : "stptxrx-demo.pcap";
   const Zek::Name group("mst");
   const Nelk::IntfId intf("Ethernet1");
@@ -100,12 +120,16 @@ int main(int argc, char** argv) {
   tools::dumpRstFrame(std::cout, frame->data(), frame->size());
 
   step(6, "the frame goes to a pcap file");
+#if STPTXRX_HAVE_PCAP
   tools::PcapWriter pcap(path);
   if (!pcap.ok() || !pcap.write(*frame) || !pcap.close()) {
-    std::cerr << "cannot write " << path << "\n";
+    std::cerr << "cannot write " << path << ": " << pcap.error() << "\n";
     return 1;
   }
   std::cout << "        wrote " << path << "; open it with: tshark -r " << path << " -V\n";
+#else
+  std::cout << "        skipped: this demo was built without libpcap (Debian: libpcap-dev), which writes captures\n";
+#endif
 
   // ---- receive side
 
@@ -137,7 +161,10 @@ int main(int argc, char** argv) {
             << ", dynamic rxUpdate = " << dynamicPort->rxUpdate(noVlan) << ", dynamic flags = "
             << dynamicPort->rxInfo(noVlan)->mstiN(cistId)->flags() << "\n";
 
-  step(10, "a neighbour's MST BPDU with two MSTIs arrives; receiveBpdu files it in the receiving process's status");
+  step(10, "a neighbour's MST BPDU with two MSTIs arrives; the port's receiver files it in the receiving process's status");
+  // The receiver is the port's whole receive path: rate limit, decode, record and counters. Arrival
+  // times are the agent's clock in seconds; here they are made up.
+  BpduReceiver receiver(receivedPort);
   tools::RecordValues neighbour;  // the golden common instance, plus what only MST carries
   neighbour.version = Stp::StpBpduVersion{3};
   neighbour.configName = "demo-region";
@@ -152,20 +179,131 @@ int main(int argc, char** argv) {
   }
   IntxInfo::Ptr carried = IntxInfo::IntxInfoIs(noVlan);  // what the frame carries, decoded on the side
   generateIntxInfoFromPkt(sent.pkt, carried);
-  const BpduDecodeResult got = receiveBpdu(receivedPort, noVlan, sent.pkt);
+  const BpduDecodeResult got = receiver.frameIs(noVlan, sent.pkt, 1.0);
   std::cout << "        " << sent.pkt->size() << " octets received as " << got.kind << " with "
             << unsigned{got.mstiCount} << " MSTIs\n"
             << "        dynamic " << dynamicPort->rxInfo(noVlan) << "\n"
             << "        dynamic record equals the frame's: " << dynamicPort->rxInfo(noVlan)->sameContent(*carried)
-            << ", dynamic rxUpdate = " << dynamicPort->rxUpdate(noVlan) << "\n";
+            << ", dynamic rxUpdate = " << dynamicPort->rxUpdate(noVlan) << "\n"
+            << "        dynamic counters: " << dynamicPort->counters() << ", bpduCount = " << dynamicPort->bpduCount()
+            << "\n";
 
   step(11, "a truncated copy is rejected: record and update count stay, the port counts the reject");
-  const BpduDecodeResult bad = receiveBpdu(receivedPort, noVlan, sent.pkt->data(), sent.pkt->size() - 20);
+  const BpduDecodeResult bad = receiver.frameIs(noVlan, sent.pkt->data(), sent.pkt->size() - 20, 1.5);
   std::cout << "        " << got.kind << " frame cut to " << sent.pkt->size() - 20 << " octets: " << bad.kind << " ("
             << bpduReasonText(bad.reject) << ")\n"
             << "        dynamic record still equals the frame's: "
             << dynamicPort->rxInfo(noVlan)->sameContent(*carried) << ", dynamic rxUpdate = "
             << dynamicPort->rxUpdate(noVlan) << " (unchanged)\n"
-            << "        source counters: " << receivedPort->counters() << "\n";
+            << "        dynamic counters: " << dynamicPort->counters() << ", bpduCount = " << dynamicPort->bpduCount()
+            << "\n";
+
+  step(12, "a flood: the port's rate limit goes on (10 BPDUs a second), 1000 copies arrive in half a second");
+  receivedPort->rateLimitMaxCountIs(10);
+  receivedPort->rateLimitIntervalIs(1.0);
+  receivedPort->rateLimitEnabledIs(true);
+  std::cout << "        dynamic rate limit: enabled " << dynamicPort->rateLimitEnabled() << ", "
+            << dynamicPort->rateLimitMaxCount() << " per " << dynamicPort->rateLimitInterval() << " s\n";
+  const std::uint32_t updatesBefore = dynamicPort->rxUpdate(noVlan);
+  std::size_t dropped = 0;
+  for (int i = 0; i < 1000; ++i) {
+    dropped += receiver.frameIs(noVlan, sent.pkt, 2.0 + i * 0.0005).reject == BpduReason::rateLimited;
+  }
+  std::cout << "        " << 1000 - dropped << " decoded (dynamic rxUpdate +" << dynamicPort->rxUpdate(noVlan) - updatesBefore
+            << "), " << dropped << " dropped before decoding and held in the receiver: " << receiver.pendingDropped()
+            << "\n"
+            << "        dynamic counters: " << dynamicPort->counters() << " (no write per dropped frame)\n";
+  receiver.flush();  // an agent flushes when it reports; the next window would publish them as well
+  std::cout << "        after the receiver's flush, one write: " << dynamicPort->counters()
+            << ", bpduCount = " << dynamicPort->bpduCount() << "\n";
   return 0;
 }
+
+namespace {
+
+#if STPTXRX_HAVE_PCAP
+// The bridge's root identifier as sysfs shows it ("8000.0a1b2c3d4e5f"), or why it cannot be read.
+std::string bridgeRoot(const std::string& bridge) {
+  std::ifstream in("/sys/class/net/" + bridge + "/bridge/root_id");
+  std::string id;
+  return std::getline(in, id) ? id : "(no " + bridge + " with STP in this namespace)";
+}
+
+int liveStep(const std::string& iface, const std::string& bridge) {
+  using Clock = std::chrono::steady_clock;
+  const Bridging::VlanIdOrNone noVlan;
+  const Stp::BridgeSystemId cistId(0);
+  const auto start = Clock::now();
+  auto now = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
+
+  step(13, "live: the agent meets the kernel bridge " + bridge + " on " + iface);
+  tools::PcapPort wire(iface, tools::PcapPort::Use::receive);
+  if (!wire.error().empty()) {
+    std::cerr << "cannot open " << wire.error() << "\n";
+    return 1;
+  }
+  std::cout << "        the bridge's root before: " << bridgeRoot(bridge) << "\n";
+
+  // Receive: the bridge's next BPDU, through the receive path into the agent's receive status.
+  RxStatus::Ptr rx = RxStatus::RxStatusIs();
+  RxMstPortStatus::Ptr rxPort = rx->rxMstStatusIs(Zek::Name("mst"))->rxMstPortStatusIs(Nelk::IntfId(iface.c_str()));
+  BpduReceiver receiver(rxPort);
+  tools::PcapFrame frame;
+  BpduDecodeResult heard;
+  while (heard.kind != BpduKind::Config && now() < 10) {
+    if (wire.next(frame, 200) == 1) heard = receiver.frameIs(noVlan, frame.data.data(), frame.data.size(), now());
+  }
+  IntxInfo::Ptr theirs = rxPort->rxInfo(noVlan);
+  if (heard.kind != BpduKind::Config || !theirs) {
+    std::cerr << "no Configuration BPDU from the bridge within 10 s\n";
+    return 1;
+  }
+  const IntxMstiInfo& their = *theirs->mstiN(cistId);
+  std::cout << "        received " << heard.kind << " from " << heard.source << ": root " << their.cistRootBridgeId()
+            << ", bridge " << their.bridgeId() << ", hello " << their.helloTime().wire() / 256.0 << " s\n"
+            << "        receive status: rxUpdate = " << rxPort->rxUpdate(noVlan) << ", counters " << rxPort->counters()
+            << "\n";
+
+  // Transmit: a Configuration BPDU naming the agent as root with priority 0, which beats any priority
+  // the bridge can have, and the bridge's own timers.
+  TxStatus::Ptr tx = TxStatus::TxStatusIs();
+  IntxInfo::Ptr ours = tx->txMstStatusIs(Zek::Name("mst"))->txMstPortStatusIs(Nelk::IntfId(iface.c_str()))->txInfoIs(noVlan);
+  ours->stpVersionIs(Stp::StpBpduVersion{0});
+  ours->intxInfoTypeIs(Stp::StpBpduType{0});
+  const Nelk::EthAddr agentMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x01);
+  IntxMstiInfo& cist = *ours->mstiNIs(cistId);
+  cist.cistRootBridgeIdIs(Stp::BridgeId{0, 0, agentMac});
+  cist.bridgeIdIs(Stp::BridgeId{0, 0, agentMac});
+  cist.portIdIs(Stp::PortId(portPriority(8), 1));
+  cist.maxAgeIs(their.maxAge());
+  cist.helloTimeIs(their.helloTime());
+  cist.fwdDelayIs(their.fwdDelay());
+  Stp::MstPortSm::Ptr sm = Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId(iface.c_str()), agentMac));
+  const BpduEncodeResult superior = generateBpduFromIntxInfo(sm, ours, false, noVlan);
+  if (!superior) {
+    std::cerr << "cannot encode: " << bpduEncodeErrorText(superior.error) << "\n";
+    return 1;
+  }
+  std::cout << "        sending " << superior.kind << " (" << superior.pkt->size() << " octets): root "
+            << cist.cistRootBridgeId() << ", once a second\n";
+  const std::string expected = "0000.020000000001";
+  for (int i = 0; i < 5 && bridgeRoot(bridge) != expected; ++i) {
+    if (!wire.send(superior.pkt->data(), superior.pkt->size())) {
+      std::cerr << "cannot send on " << iface << ": " << wire.pcapError() << "\n";
+      return 1;
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
+  const std::string after = bridgeRoot(bridge);
+  std::cout << "        the bridge's root after:  " << after
+            << (after == expected ? " (the agent's bridge)" : " (unchanged: the bridge did not take our root)") << "\n";
+  return after == expected ? 0 : 1;
+}
+#else
+int liveStep(const std::string&, const std::string&) {
+  step(13, "live: skipped, this demo was built without libpcap (Debian: libpcap-dev)");
+  return 0;
+}
+#endif
+
+}  // namespace

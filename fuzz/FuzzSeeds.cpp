@@ -6,7 +6,7 @@
 // A frame is written as OUT_DIR/<pcap file stem>-<frame number>, so running it again rewrites the
 // same files. Exits 1 on a bad command line, an unreadable or damaged capture or a failed write, after
 // writing what it could; prints the number of frames written.
-#include "PcapReader.h"
+#include "Pcap.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,17 +1,21 @@
-// stptxrx-pcap: writes BPDU frames of every kind built by the library's encoder
-// (generateBpduFromIntxInfo) to a pcap file, so that they can be inspected with any packet analyser; and
-// reads a capture through the library's decoder (generateIntxInfoFromPkt), printing one line per frame
-// and, on request, writing every frame again as re-encoded from its decoded record. See usage() for the
-// options.
+// stptxrx-pcap: BPDUs on files and on the wire, through the library's encoder (generateBpduFromIntxInfo)
+// and receive path (BpduReceiver into a port's receive status). It writes frames of every kind to a
+// capture file, reads a capture (pcap or pcapng) printing one line per frame and a summary of the port's
+// counters, rewrites a capture as the library re-encodes it, listens on an interface printing the BPDUs
+// that arrive in the same form, and sends records, samples or a capture's frames on an interface.
+// Captures and interfaces go through libpcap (Pcap.h). See usage() for the options.
 #include "BpduSamples.h"
-#include "PcapReader.h"
-#include "PcapWriter.h"
+#include "Pcap.h"
 
 #include <stptxrx/Stp/StpBpduCodec.h>
+#include <stptxrx/state/RxStatus.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +27,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -32,8 +37,11 @@ using StpTxRx::tools::MstiValues;
 using StpTxRx::tools::RecordValues;
 
 void usage(std::ostream& os) {
-  os << "Usage: stptxrx-pcap [OPTIONS] OUTPUT.pcap\n"
-        "       stptxrx-pcap --read INPUT.pcap [--rewrite OUTPUT.pcap]\n"
+  os << "Usage: stptxrx-pcap [--record ITEMS | --sample NAME]... [--src MAC] [--dump] OUTPUT.pcap\n"
+        "       stptxrx-pcap --read INPUT [--rewrite OUTPUT.pcap] [--rate-limit COUNT/SECONDS]\n"
+        "       stptxrx-pcap --listen IFACE [--count N] [--timeout SECONDS] [--rate-limit COUNT/SECONDS]\n"
+        "       stptxrx-pcap --send IFACE [--count N] [--interval SECONDS] [--src MAC]\n"
+        "                    (--record ITEMS | --sample NAME | --replay FILE)...\n"
         "\n"
         "Writing: builds BPDU frames (Configuration, TCN, RST, MST; untagged or 802.1Q-tagged) with the\n"
         "library's encoder (generateBpduFromIntxInfo) and writes them to OUTPUT.pcap, a classic pcap file\n"
@@ -84,34 +92,67 @@ void usage(std::ostream& os) {
         "\n"
         "Without --sample or --record every built-in sample is written.\n"
         "\n"
-        "Reading: decodes every frame of INPUT.pcap and prints one line per frame on standard output:\n"
-        "  N KIND[ vlan V][ (read as RST: WHY)] IntxInfo(...) IntxMstiInfo(0 ...)[ IntxMstiInfo(ID ...)...]\n"
-        "  N reject: WHY[ vlan V]\n"
-        "N counts frames from 1; KIND is config, tcn, rst or mst; vlan V is shown when the frame carries an\n"
-        "802.1Q tag; '(read as RST: WHY)' marks a version 3 or higher BPDU that breaks an MST rule. The\n"
-        "decoded record is printed whole, one IntxMstiInfo per instance. Control characters in a\n"
-        "configuration name are printed as \\xNN.\n"
+        "Reading and listening: every frame is received through the library's receive path (a\n"
+        "BpduReceiver on one port of a receive status, record VLAN none) and printed as one line:\n"
+        "  N KIND[ vlan V] src MAC[ (read as RST: WHY)] flags=F root=ID cost=C bridge=ID port=P\n"
+        "    age=Ts maxage=Ts hello=Ts fwd=Ts                     (config, rst, mst)\n"
+        "    regroot=ID intcost=C hops=H name=\"TEXT\" revision=R digest=HEX\n"
+        "    [msti K flags=F regroot=ID intcost=C bridge=ID port=P hops=H]...   (mst only)\n"
+        "  N tcn[ vlan V] src MAC\n"
+        "  N reject: WHY[ vlan V][ src MAC]\n"
+        "  N rate-limited                                        (dropped before decoding)\n"
+        "N counts frames from 1; vlan V is shown when the frame carries an 802.1Q tag; '(read as RST:\n"
+        "WHY)' marks a version 3 or higher BPDU that breaks an MST rule. ID is a bridge identifier as\n"
+        "PRIORITY.EXTENSION.MAC, P a port identifier as PRIORITY.NUMBER, timers are in seconds. F names\n"
+        "the flags that are set, comma-separated: tc, proposal, the port role (role:unknown or, for an\n"
+        "MSTI, role:master; role:alternate/backup, role:root, role:designated; a Configuration BPDU shows\n"
+        "it only when its role bits are not 0), learning, forwarding, agreement, tca (for an MSTI:\n"
+        "master); 'none' when no bit is set. An MSTI's bridge and port identifiers carry the CIST bridge\n"
+        "address and port number. Control characters in a configuration name are printed as \\xNN.\n"
+        "The last line is the port's counters after the receiver's flush:\n"
+        "  summary: frames=F config=C tcn=T rst=R mst=M rejected=X rate-limited=L[ REASON=N]...\n"
+        "F is the port's bpduCount; REASON=N follows for each reject reason with a non-zero count.\n"
         "\n"
-        "  --read FILE       read FILE as above\n"
+        "  --read FILE       read a capture file (pcap or pcapng, link type Ethernet); the frames'\n"
+        "                    timestamps are their arrival times, so a file gives the same result each time\n"
         "  --rewrite OUT     with --read: encode every decoded record again (sent from the frame's source\n"
         "                    address, tagged with the frame's VLAN when the frame was tagged) and write\n"
-        "                    it to OUT with the frame's timestamp; frames that do not decode, or whose\n"
-        "                    record does not encode to a BPDU of the same kind, are skipped and counted\n"
-        "                    on standard error\n"
+        "                    it to OUT with the frame's timestamp; frames that do not decode, that the rate\n"
+        "                    limit drops, or whose record does not encode to a BPDU of the same kind, are\n"
+        "                    skipped and counted on standard error\n"
+        "  --listen IFACE    print the BPDUs that arrive on IFACE (frames to 01:80:c2:00:00:00 with LLC\n"
+        "                    42 42 03, tagged or not; inbound only, filtered in the kernel) as they arrive;\n"
+        "                    a VLAN tag the kernel took off is shown as if it had stayed on. Stops after\n"
+        "                    --count N frames, after --timeout SECONDS, or at SIGINT/SIGTERM, then prints\n"
+        "                    the summary. 'listening on IFACE' goes to standard error once it is ready.\n"
+        "  --rate-limit COUNT/SECONDS\n"
+        "                    with --read or --listen: turn the port's BPDU rate limit on (at most COUNT\n"
+        "                    frames per window of SECONDS, fractions allowed)\n"
+        "\n"
+        "Sending: --send IFACE sends the frames of every --record, --sample and --replay, in the order\n"
+        "given, as one round; --count N rounds (default 1), --interval SECONDS apart (default 1,\n"
+        "fractions allowed). --replay FILE adds every frame of a capture re-encoded exactly as --rewrite\n"
+        "writes it (from the frame's own source address) and says on standard error how many frames it\n"
+        "skipped and why. Every frame is built, and every file read, before IFACE is opened: a record the\n"
+        "encoder refuses or a damaged file sends nothing.\n"
         "\n"
         "  --help            show this text and exit\n"
         "\n"
-        "Exit status: 0 done; 1 a record could not be encoded, or a file could not be read whole or\n"
-        "written; 2 wrong usage.\n";
+        "Exit status: 0 done; 1 a record could not be encoded, a file could not be read whole or written,\n"
+        "or an interface could not be opened or sent on (one line on standard error says which); 2 wrong\n"
+        "usage.\n";
 }
 
+// Decimal, or hex after 0x (a leading 0 is not octal).
 std::optional<unsigned long> number(std::string_view text, unsigned long max) {
-  if (text.empty()) return std::nullopt;
+  const bool hex = text.starts_with("0x") || text.starts_with("0X");
+  if (hex) text.remove_prefix(2);
+  if (text.empty() || !std::isxdigit(static_cast<unsigned char>(text[0]))) return std::nullopt;
   std::string s(text);
   char* end = nullptr;
   errno = 0;
-  unsigned long v = std::strtoul(s.c_str(), &end, 0);
-  if (errno != 0 || *end != '\0' || s[0] == '-' || v > max) return std::nullopt;
+  unsigned long v = std::strtoul(s.c_str(), &end, hex ? 16 : 10);
+  if (errno != 0 || *end != '\0' || v > max) return std::nullopt;
   return v;
 }
 
@@ -303,10 +344,10 @@ void dumpHex(std::ostream& os, const std::uint8_t* frame, std::size_t size) {
   }
 }
 
-// `line` with its control characters as \xNN, so that a frame always prints as one line.
-std::string printable(const std::string& line) {
+// `text` with its control characters as \xNN, so that a frame always prints as one line.
+std::string printable(std::string_view text) {
   std::string out;
-  for (char c : line) {
+  for (char c : text) {
     const auto u = static_cast<unsigned char>(c);
     if (u >= 0x20 && u != 0x7f) {
       out += c;
@@ -319,26 +360,156 @@ std::string printable(const std::string& line) {
   return out;
 }
 
-// The --read line of one decoded frame (without the frame number).
-std::string frameLine(const StpTxRx::BpduDecodeResult& r, const StpTxRx::IntxInfo& record) {
+// ---- the line of one received frame
+
+// A timer in seconds: wire / 256 is exact in at most eight decimals.
+std::string seconds(Stp::TimerVal t) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.8f", t.wire() / 256.0);
+  std::string s(text);
+  s.erase(s.find_last_not_of('0') + 1);
+  if (s.back() == '.') s.pop_back();
+  return s + 's';
+}
+
+// The flags octet by name (see usage()). `cist`: the common instance's flags, whose top bit is the TC
+// acknowledgment (an MSTI's is the master flag) and whose role 0 is unknown (an MSTI's is master).
+std::string flagNames(Stp::RstpBpduFlags flags, StpTxRx::BpduKind kind, bool cist) {
+  static const char* const roles[] = {"role:unknown", "role:alternate/backup", "role:root", "role:designated"};
+  const unsigned v = flags.value;
+  const unsigned role = (v >> 2) & 3;
+  std::string out;
+  auto add = [&out](const char* name) { out += out.empty() ? name : std::string(",") + name; };
+  if (v & 0x01) add("tc");
+  if (v & 0x02) add("proposal");
+  if (role != 0 || kind != StpTxRx::BpduKind::Config) add(role == 0 && !cist ? "role:master" : roles[role]);
+  if (v & 0x10) add("learning");
+  if (v & 0x20) add("forwarding");
+  if (v & 0x40) add("agreement");
+  if (v & 0x80) add(cist ? "tca" : "master");
+  return out.empty() ? "none" : out;
+}
+
+// The line of one frame (without its number): `record` holds what a valid frame carried.
+std::string frameLine(const StpTxRx::BpduDecodeResult& r, const StpTxRx::IntxInfo* record, std::size_t size) {
+  using StpTxRx::BpduKind;
   std::ostringstream os;
+  if (r.reject == StpTxRx::BpduReason::rateLimited) return "rate-limited";
   if (!r.valid()) {
     os << "reject: " << StpTxRx::bpduReasonText(r.reject);
-    if (r.tagged) os << " vlan " << r.vlan;
-    return os.str();
+  } else {
+    os << StpTxRx::bpduKindName(r.kind);
   }
-  os << StpTxRx::bpduKindName(r.kind);
   if (r.tagged) os << " vlan " << r.vlan;
+  if (size >= 12) os << " src " << r.source;  // the source is known once the frame reaches it
+  if (!r.valid() || r.kind == BpduKind::Tcn || !record) return os.str();
   if (r.rstFallback != StpTxRx::BpduReason::none) {
     os << " (read as RST: " << StpTxRx::bpduReasonText(r.rstFallback) << ")";
   }
-  os << ' ' << record;
-  for (const auto& entry : record.mstiN()) os << ' ' << *entry.second;
+  const auto cist = record->mstiN(Stp::BridgeSystemId(0));
+  if (!cist) return os.str();
+  os << " flags=" << flagNames(cist->flags(), r.kind, true) << " root=" << cist->cistRootBridgeId()
+     << " cost=" << cist->cistExtRootPathCost() << " bridge=" << cist->bridgeId() << " port=" << cist->portId()
+     << " age=" << seconds(cist->messageAge()) << " maxage=" << seconds(cist->maxAge())
+     << " hello=" << seconds(cist->helloTime()) << " fwd=" << seconds(cist->fwdDelay());
+  if (r.kind != BpduKind::Mst) return os.str();
+  os << " regroot=" << cist->cistRegionalRootBridgeId() << " intcost=" << cist->intRootPathCost()
+     << " hops=" << unsigned{cist->remainingHops()} << " name=\"" << printable(record->configNameString().view())
+     << "\" revision=" << record->configRevisionLevel() << " digest=" << record->configDigest();
+  for (const auto& [id, e] : record->mstiN()) {
+    if (id.value() == 0) continue;
+    os << " [msti " << id << " flags=" << flagNames(e->flags(), r.kind, false) << " regroot=" << e->regionalRootBridgeId()
+       << " intcost=" << e->intRootPathCost() << " bridge=" << e->bridgeId() << " port=" << e->portId()
+       << " hops=" << unsigned{e->remainingHops()} << "]";
+  }
+  return os.str();
+}
+
+struct RateLimit {
+  std::uint32_t count = 0;
+  double seconds = 0;
+};
+
+// "COUNT/SECONDS": a count and a positive number of seconds.
+std::optional<RateLimit> rateLimit(std::string_view text) {
+  const auto p = slashParts(text);
+  if (p.size() != 2) return std::nullopt;
+  const auto count = number(p[0], 0xffffffff);
+  const std::string s(p[1]);
+  char* end = nullptr;
+  const double secs = std::strtod(s.c_str(), &end);
+  if (!count || s.empty() || *end != '\0' || !(secs > 0) || secs > 1e9) return std::nullopt;
+  return RateLimit{static_cast<std::uint32_t>(*count), secs};
+}
+
+// One port of a receive status and its receiver: what --read and --listen hand every frame to.
+class ReceivingPort {
+ public:
+  ReceivingPort(const std::string& name, const std::optional<RateLimit>& limit)
+      : status_(StpTxRx::RxStatus::RxStatusIs()),
+        port_(status_->rxMstStatusIs(Zek::Name("stptxrx-pcap"))->rxMstPortStatusIs(Nelk::IntfId(name.c_str()))),
+        receiver_(port_) {
+    if (limit) {
+      port_->rateLimitMaxCountIs(limit->count);
+      port_->rateLimitIntervalIs(limit->seconds);
+      port_->rateLimitEnabledIs(true);
+    }
+  }
+
+  // Receives one frame that arrived at `time`; the line to print (without its number) and the verdict.
+  std::pair<std::string, StpTxRx::BpduDecodeResult> receive(const StpTxRx::tools::PcapFrame& frame) {
+    ++frames_;
+    const StpTxRx::BpduDecodeResult r = receiver_.frameIs(noVlan, frame.data.data(), frame.data.size(), frame.time);
+    const auto record = port_->rxInfo(noVlan);
+    return {std::to_string(frames_) + ' ' + printable(frameLine(r, record.get(), frame.data.size())), r};
+  }
+  const StpTxRx::IntxInfo::Ptr record() { return port_->rxInfo(noVlan); }
+
+  // The closing line, read back from the port's counters once the receiver has published its drops.
+  std::string summary() {
+    receiver_.flush();
+    std::ostringstream os;
+    os << "summary: frames=" << port_->bpduCount() << ' ' << port_->counters();
+    return os.str();
+  }
+
+ private:
+  static constexpr Bridging::VlanIdOrNone noVlan{};
+  StpTxRx::RxStatus::Ptr status_;
+  StpTxRx::RxMstPortStatus::Ptr port_;
+  StpTxRx::BpduReceiver receiver_;
+  std::size_t frames_ = 0;
+};
+
+// Why a captured frame is not sent again (--rewrite, --replay).
+enum class Skip { none, rejected, otherKind };
+
+// The frame the library encodes from a valid decode `r` of `record`, sent from the frame's source and
+// tagged as it was; a version 3+ BPDU read as RST keeps its version, which the encoder sends as MST, so
+// a re-encoding of another kind is skipped.
+StpTxRx::BpduEncodeResult reencode(const StpTxRx::BpduDecodeResult& r, const StpTxRx::IntxInfo::Ptr& record,
+                                   Skip& skip) {
+  static const Stp::Port::Ptr port = Stp::Port::PortIs(Nelk::IntfId("Ethernet1"));
+  static const Stp::MstPortSm::Ptr portSm = Stp::MstPortSm::MstPortSmIs(port);
+  skip = Skip::rejected;
+  if (!r.valid() || !record) return {};
+  port->portAddrIs(r.source);
+  StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(portSm, record, r.tagged, r.vlan);
+  skip = e && e.kind == r.kind ? Skip::none : Skip::otherKind;
+  return e;
+}
+
+std::string skippedNote(std::size_t rejected, std::size_t otherKind, std::size_t limited) {
+  std::ostringstream os;
+  os << rejected + otherKind + limited << " skipped (" << rejected << " rejected, " << otherKind
+     << " not re-encoded as the same kind" << (limited ? ", " + std::to_string(limited) + " rate-limited" : "")
+     << ")";
   return os.str();
 }
 
 // --read, and --rewrite when `output` is set.
-int readCapture(const std::string& input, const std::optional<std::string>& output) {
+int readCapture(const std::string& input, const std::optional<std::string>& output,
+                const std::optional<RateLimit>& limit) {
   StpTxRx::tools::PcapReader reader(input);
   if (!reader.error().empty()) {
     std::cerr << "stptxrx-pcap: " << input << ": " << reader.error() << "\n";
@@ -348,36 +519,28 @@ int readCapture(const std::string& input, const std::optional<std::string>& outp
   if (output) {
     writer.emplace(*output);
     if (!writer->ok()) {
-      std::cerr << "stptxrx-pcap: cannot write " << *output << ": " << std::strerror(errno) << "\n";
+      std::cerr << "stptxrx-pcap: cannot write " << *output << ": " << writer->error() << "\n";
       return 1;
     }
   }
-  Stp::Port::Ptr port = Stp::Port::PortIs(Nelk::IntfId("Ethernet1"));
-  Stp::MstPortSm::Ptr portSm = Stp::MstPortSm::MstPortSmIs(port);
-  std::size_t rejected = 0;
-  std::size_t otherKind = 0;
+  ReceivingPort port("capture", limit);
+  std::size_t rejected = 0, otherKind = 0, limited = 0;
   StpTxRx::tools::PcapFrame frame;
   while (reader.next(frame)) {
-    // A fresh record per frame: a TCN writes only version and type, and must not show an earlier entry.
-    StpTxRx::IntxInfo::Ptr record = StpTxRx::IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
-    const StpTxRx::BpduDecodeResult r =
-        StpTxRx::generateIntxInfoFromPkt(frame.data.data(), frame.data.size(), record.get());
-    std::cout << reader.frames() << ' ' << printable(frameLine(r, *record)) << '\n';
+    const auto [line, r] = port.receive(frame);
+    std::cout << line << '\n';
     if (!writer) continue;
-    if (!r.valid()) {
-      ++rejected;
+    if (r.reject == StpTxRx::BpduReason::rateLimited) {
+      ++limited;
       continue;
     }
-    port->portAddrIs(r.source);
-    const StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(portSm, record, r.tagged, r.vlan);
-    // A version 3+ BPDU read as RST keeps its version, which the encoder sends as MST: not the same frame.
-    if (!e || e.kind != r.kind) {
-      ++otherKind;
-      continue;
-    }
-    if (!writer->write(*e.pkt, frame.time)) break;
+    Skip skip;
+    const StpTxRx::BpduEncodeResult e = reencode(r, port.record(), skip);
+    rejected += skip == Skip::rejected;
+    otherKind += skip == Skip::otherKind;
+    if (skip == Skip::none && !writer->write(*e.pkt, frame.time)) break;
   }
-  std::cout.flush();
+  std::cout << port.summary() << std::endl;
   int status = 0;
   if (!reader.error().empty()) {
     std::cerr << "stptxrx-pcap: " << input << ": " << reader.error() << "\n";
@@ -385,31 +548,140 @@ int readCapture(const std::string& input, const std::optional<std::string>& outp
   }
   if (writer) {
     if (!writer->close()) {
-      std::cerr << "stptxrx-pcap: writing " << *output << " failed: " << std::strerror(errno) << "\n";
+      std::cerr << "stptxrx-pcap: writing " << *output << " failed: " << writer->error() << "\n";
       return 1;
     }
     std::cerr << "stptxrx-pcap: " << writer->frames() << " frame(s) written to " << *output << ", "
-              << rejected + otherKind << " skipped (" << rejected << " rejected, " << otherKind
-              << " not re-encoded as the same kind)\n";
+              << skippedNote(rejected, otherKind, limited) << "\n";
   }
   return status;
 }
+
+volatile std::sig_atomic_t stopRequested = 0;
+extern "C" void requestStop(int) { stopRequested = 1; }
+
+// --listen: prints each BPDU as it arrives until `count` frames (0: no limit), `timeout` seconds or a
+// signal, then the summary.
+int listen(const std::string& iface, std::size_t count, std::optional<double> timeout,
+           const std::optional<RateLimit>& limit) {
+  StpTxRx::tools::PcapPort pcap(iface, StpTxRx::tools::PcapPort::Use::receive);
+  if (!pcap.error().empty()) {
+    std::cerr << "stptxrx-pcap: " << pcap.error() << "\n";
+    return 1;
+  }
+  struct sigaction action{};
+  action.sa_handler = requestStop;
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  std::cerr << "stptxrx-pcap: listening on " << iface << std::endl;
+
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                           std::chrono::duration<double>(timeout.value_or(0)));
+  ReceivingPort port(iface, limit);
+  std::size_t frames = 0;
+  int status = 0;
+  StpTxRx::tools::PcapFrame frame;
+  while (!stopRequested && (count == 0 || frames < count)) {
+    int waitMs = 200;
+    if (timeout) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      if (left <= 0) break;
+      waitMs = static_cast<int>(std::min<long long>(waitMs, left));
+    }
+    const int rc = pcap.next(frame, waitMs);
+    if (rc < 0) {
+      std::cerr << "stptxrx-pcap: " << iface << ": " << pcap.pcapError() << "\n";
+      status = 1;
+      break;
+    }
+    if (rc == 0) continue;
+    ++frames;
+    std::cout << port.receive(frame).first << std::endl;
+  }
+  std::cout << port.summary() << std::endl;
+  return status;
+}
+
+// --send: every frame of `frames`, `rounds` times, `interval` seconds apart.
+int send(const std::string& iface, const std::vector<std::vector<std::uint8_t>>& frames, std::size_t rounds,
+         double interval) {
+  StpTxRx::tools::PcapPort pcap(iface, StpTxRx::tools::PcapPort::Use::send);
+  if (!pcap.error().empty()) {
+    std::cerr << "stptxrx-pcap: " << pcap.error() << "; nothing sent\n";
+    return 1;
+  }
+  std::size_t sent = 0;
+  for (std::size_t round = 0; round < rounds; ++round) {
+    if (round > 0) std::this_thread::sleep_for(std::chrono::duration<double>(interval));
+    for (const auto& f : frames) {
+      if (!pcap.send(f.data(), f.size())) {
+        std::cerr << "stptxrx-pcap: " << iface << ": sending failed after " << sent << " frame(s): " << pcap.pcapError()
+                  << "\n";
+        return 1;
+      }
+      ++sent;
+    }
+  }
+  std::cerr << "stptxrx-pcap: " << sent << " frame(s) sent on " << iface << "\n";
+  return 0;
+}
+
+// --replay: the frames of `path` as --rewrite would write them; false (after saying why) when the file
+// cannot be read whole.
+bool replayFrames(const std::string& path, std::vector<std::vector<std::uint8_t>>& out) {
+  StpTxRx::tools::PcapReader reader(path);
+  std::size_t rejected = 0, otherKind = 0, kept = 0;
+  StpTxRx::tools::PcapFrame frame;
+  while (reader.next(frame)) {
+    StpTxRx::IntxInfo::Ptr record = StpTxRx::IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
+    const auto r = StpTxRx::generateIntxInfoFromPkt(frame.data.data(), frame.data.size(), record.get());
+    Skip skip;
+    const StpTxRx::BpduEncodeResult e = reencode(r, record, skip);
+    rejected += skip == Skip::rejected;
+    otherKind += skip == Skip::otherKind;
+    if (skip != Skip::none) continue;
+    out.emplace_back(e.pkt->data(), e.pkt->data() + e.pkt->size());
+    ++kept;
+  }
+  if (!reader.error().empty()) {
+    std::cerr << "stptxrx-pcap: " << path << ": " << reader.error() << "; nothing sent\n";
+    return false;
+  }
+  std::cerr << "stptxrx-pcap: " << path << ": " << kept << " frame(s) to replay, "
+            << skippedNote(rejected, otherKind, 0) << "\n";
+  return true;
+}
+
+// What --send, or writing a file, takes in order: a record to encode or a capture to replay.
+struct Source {
+  std::optional<FrameRecipe> recipe;
+  std::string replay;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::vector<StpTxRx::tools::NamedSample> samples = StpTxRx::tools::sampleRecords();
-  std::vector<FrameRecipe> records;
-  std::optional<std::string> output;
-  std::optional<std::string> readPath;
-  std::optional<std::string> rewritePath;
+  std::vector<Source> sources;
+  std::optional<std::string> output, readPath, rewritePath, listenIface, sendIface;
+  std::optional<RateLimit> limit;
+  std::optional<std::size_t> count;
+  std::optional<double> interval, timeout;
   Nelk::EthAddr src(0x02, 0x00, 0x00, 0x00, 0x00, 0x01);
-  bool writeOptions = false;  // an option that only writing frames uses
+  bool writeOptions = false;  // an option that only writing frames (to a file or an interface) uses
   bool dump = false;
 
   auto fail = [](const std::string& message) {
     std::cerr << "stptxrx-pcap: " << message << "\nTry 'stptxrx-pcap --help'.\n";
     return 2;
+  };
+  auto secondsOf = [](std::string_view text) -> std::optional<double> {
+    const std::string s(text);
+    char* end = nullptr;
+    const double v = std::strtod(s.c_str(), &end);
+    if (s.empty() || *end != '\0' || !(v >= 0) || v > 1e9) return std::nullopt;
+    return v;
   };
 
   for (int i = 1; i < argc; ++i) {
@@ -429,16 +701,11 @@ int main(int argc, char** argv) {
     } else if (arg == "--sample") {
       auto name = operand();
       if (!name) return fail("--sample needs a name");
-      bool found = false;
-      for (const auto& s : samples) {
-        if (s.name == *name) {
-          FrameRecipe recipe;
-          recipe.values.cist = s.values;
-          records.push_back(recipe);
-          found = true;
-        }
-      }
-      if (!found) return fail("no sample named '" + std::string(*name) + "' (see --list)");
+      auto s = std::find_if(samples.begin(), samples.end(), [&](const auto& s) { return s.name == *name; });
+      if (s == samples.end()) return fail("no sample named '" + std::string(*name) + "' (see --list)");
+      FrameRecipe recipe;
+      recipe.values.cist = s->values;
+      sources.push_back({recipe, {}});
       writeOptions = true;
     } else if (arg == "--record") {
       auto items = operand();
@@ -446,7 +713,7 @@ int main(int argc, char** argv) {
       std::string error;
       auto recipe = parseRecord(*items, error);
       if (!recipe) return fail("--record: " + error);
-      records.push_back(*recipe);
+      sources.push_back({recipe, {}});
       writeOptions = true;
     } else if (arg == "--src") {
       auto text = operand();
@@ -454,10 +721,31 @@ int main(int argc, char** argv) {
       if (!mac) return fail("--src needs a MAC address such as 02:00:00:00:00:01");
       src = *mac;
       writeOptions = true;
-    } else if (arg == "--read" || arg == "--rewrite") {
-      auto path = operand();
-      if (!path || path->empty()) return fail(std::string(arg) + " needs a file name");
-      (arg == "--read" ? readPath : rewritePath) = std::string(*path);
+    } else if (arg == "--read" || arg == "--rewrite" || arg == "--replay" || arg == "--listen" || arg == "--send") {
+      auto operandText = operand();
+      if (!operandText || operandText->empty()) return fail(std::string(arg) + " needs a file or interface name");
+      const std::string value(*operandText);
+      if (arg == "--replay") {
+        sources.push_back({std::nullopt, value});
+      } else {
+        auto& slot = arg == "--read" ? readPath : arg == "--rewrite" ? rewritePath : arg == "--listen" ? listenIface : sendIface;
+        if (slot) return fail(std::string(arg) + " given twice");
+        slot = value;
+      }
+    } else if (arg == "--rate-limit") {
+      auto text = operand();
+      limit = text ? rateLimit(*text) : std::nullopt;
+      if (!limit) return fail("--rate-limit needs COUNT/SECONDS such as 10/1");
+    } else if (arg == "--count") {
+      auto text = operand();
+      auto n = text ? number(*text, 1u << 30) : std::nullopt;
+      if (!n) return fail("--count needs a number");
+      count = *n;
+    } else if (arg == "--interval" || arg == "--timeout") {
+      auto text = operand();
+      auto v = text ? secondsOf(*text) : std::nullopt;
+      if (!v) return fail(std::string(arg) + " needs a number of seconds");
+      (arg == "--interval" ? interval : timeout) = *v;
     } else if (!arg.empty() && arg[0] == '-') {
       return fail("unknown option '" + std::string(arg) + "'");
     } else if (output) {
@@ -467,50 +755,79 @@ int main(int argc, char** argv) {
     }
   }
 
+  const bool replaying = std::any_of(sources.begin(), sources.end(), [](const Source& s) { return !s.recipe; });
+  if (int(readPath.has_value()) + int(listenIface.has_value()) + int(sendIface.has_value()) > 1) {
+    return fail("--read, --listen and --send go one at a time");
+  }
   if (rewritePath && !readPath) return fail("--rewrite needs --read");
-  if (readPath) {
-    if (writeOptions || output) return fail("--read takes no output file, --sample, --record, --src or --dump");
+  if (limit && !readPath && !listenIface) return fail("--rate-limit goes with --read or --listen");
+  if (timeout && !listenIface) return fail("--timeout goes with --listen");
+  if (count && !listenIface && !sendIface) return fail("--count goes with --listen or --send");
+  if (interval && !sendIface) return fail("--interval goes with --send");
+  if (replaying && !sendIface) return fail("--replay goes with --send");
+  if (readPath || listenIface) {
+    if (writeOptions || output) {
+      return fail("--read and --listen take no output file, --sample, --record, --src or --dump");
+    }
+    if (listenIface) return listen(*listenIface, count.value_or(0), timeout, limit);
     std::error_code ec;
     if (rewritePath && std::filesystem::equivalent(*readPath, *rewritePath, ec)) {
       return fail("--rewrite would overwrite the file being read");
     }
-    return readCapture(*readPath, rewritePath);
+    return readCapture(*readPath, rewritePath, limit);
   }
-
-  if (!output) return fail("no output file given");
-  if (records.empty()) {
-    for (const auto& s : samples) {
-      FrameRecipe recipe;
-      recipe.values.cist = s.values;
-      records.push_back(recipe);
+  if (sendIface) {
+    if (output || dump) return fail("--send takes no output file or --dump");
+    if (sources.empty()) return fail("--send needs --record, --sample or --replay");
+  } else {
+    if (!output) return fail("no output file given");
+    if (sources.empty()) {
+      for (const auto& s : samples) {
+        FrameRecipe recipe;
+        recipe.values.cist = s.values;
+        sources.push_back({recipe, {}});
+      }
     }
   }
 
-  // Every frame is built before the file is opened, so a record the encoder refuses leaves no file.
+  // Every frame is built (and every capture read) before the file or interface is opened, so a record
+  // the encoder refuses or a damaged capture leaves no file and sends nothing.
   Stp::MstPortSm::Ptr portSm = Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet1"), src));
-  std::vector<StpTxRx::BpduEncodeResult> frames;
-  for (const FrameRecipe& recipe : records) {
-    StpTxRx::BpduEncodeResult built = StpTxRx::generateBpduFromIntxInfo(
+  std::vector<StpTxRx::BpduEncodeResult> built;
+  std::vector<const FrameRecipe*> recipes;
+  std::vector<std::vector<std::uint8_t>> frames;
+  std::size_t records = 0;
+  for (const Source& source : sources) {
+    if (!source.recipe) {
+      if (!replayFrames(source.replay, frames)) return 1;
+      continue;
+    }
+    ++records;
+    const FrameRecipe& recipe = *source.recipe;
+    StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(
         portSm, StpTxRx::tools::intxRecord(recipe.values), recipe.tagged, Bridging::VlanIdOrNone(recipe.vlan));
-    if (!built) {
-      std::cerr << "stptxrx-pcap: record " << frames.size() + 1 << " cannot be encoded: "
-                << StpTxRx::bpduEncodeErrorText(built.error) << "; nothing written\n";
+    if (!e) {
+      std::cerr << "stptxrx-pcap: record " << records << " cannot be encoded: " << StpTxRx::bpduEncodeErrorText(e.error)
+                << "; nothing " << (sendIface ? "sent" : "written") << "\n";
       return 1;
     }
-    frames.push_back(built);
+    frames.emplace_back(e.pkt->data(), e.pkt->data() + e.pkt->size());
+    built.push_back(e);
+    recipes.push_back(&recipe);
   }
+  if (sendIface) return send(*sendIface, frames, count.value_or(1), interval.value_or(1.0));
 
   StpTxRx::tools::PcapWriter writer(*output);
   if (!writer.ok()) {
-    std::cerr << "stptxrx-pcap: cannot write " << *output << ": " << std::strerror(errno) << "\n";
+    std::cerr << "stptxrx-pcap: cannot write " << *output << ": " << writer.error() << "\n";
     return 1;
   }
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    const Nelk::Pkt& pkt = *frames[i].pkt;
+  for (std::size_t i = 0; i < built.size(); ++i) {
+    const Nelk::Pkt& pkt = *built[i].pkt;
     if (dump) {
       std::cout << "frame " << writer.frames() << " (" << pkt.size() << " octets, "
-                << StpTxRx::bpduKindName(frames[i].kind) << (records[i].tagged ? ", tagged" : "") << ")\n";
-      if (frames[i].kind == StpTxRx::BpduKind::Rst && !records[i].tagged) {
+                << StpTxRx::bpduKindName(built[i].kind) << (recipes[i]->tagged ? ", tagged" : "") << ")\n";
+      if (built[i].kind == StpTxRx::BpduKind::Rst && !recipes[i]->tagged) {
         StpTxRx::tools::dumpRstFrame(std::cout, pkt.data(), pkt.size());
       } else {
         dumpHex(std::cout, pkt.data(), pkt.size());
@@ -519,7 +836,7 @@ int main(int argc, char** argv) {
     if (!writer.write(pkt)) break;
   }
   if (!writer.close()) {
-    std::cerr << "stptxrx-pcap: writing " << *output << " failed: " << std::strerror(errno) << "\n";
+    std::cerr << "stptxrx-pcap: writing " << *output << " failed: " << writer.error() << "\n";
     return 1;
   }
   std::cerr << "stptxrx-pcap: " << writer.frames() << " frame(s) written to " << *output << "\n";

@@ -17,6 +17,7 @@ stptxrx_package_command() {
         clang) echo clang++ ;;
         tshark) echo tshark ;;
         pkg-config) echo pkg-config ;;
+        openvswitch-switch) echo ovs-vswitchd ;;
         *) echo "" ;;
     esac
 }
