@@ -456,14 +456,14 @@ class ReceivingPort {
     }
   }
 
-  // Receives one frame that arrived at `time`; the line to print (without its number) and the verdict.
+  // Receives one frame, arrived at its timestamp: its numbered line and the verdict.
   std::pair<std::string, StpTxRx::BpduDecodeResult> receive(const StpTxRx::tools::PcapFrame& frame) {
     ++frames_;
     const StpTxRx::BpduDecodeResult r = receiver_.frameIs(noVlan, frame.data.data(), frame.data.size(), frame.time);
     const auto record = port_->rxInfo(noVlan);
     return {std::to_string(frames_) + ' ' + printable(frameLine(r, record.get(), frame.data.size())), r};
   }
-  const StpTxRx::IntxInfo::Ptr record() { return port_->rxInfo(noVlan); }
+  StpTxRx::IntxInfo::Ptr record() const { return port_->rxInfo(noVlan); }
 
   // The closing line, read back from the port's counters once the receiver has published its drops.
   std::string summary() {
