@@ -263,7 +263,7 @@ constexpr void forEachMstiField(Visit&& visit) {
 /// only for a valid BPDU.
 struct BpduDecodeResult {
   BpduKind kind = BpduKind::Rejected;
-  BpduReason reject = BpduReason::none;       ///< why the frame is not a valid BPDU; none when valid
+  BpduReason reject = BpduReason::none;       ///< why the kind is Rejected (rateLimited: never decoded)
   BpduReason rstFallback = BpduReason::none;  ///< for a version 3+ RST: the MST rule the BPDU broke
   bool tagged = false;                        ///< an 802.1Q tag stood before the length
   Bridging::VlanIdOrNone vlan;                ///< the tag's VLAN id (low 12 bits), 0 when untagged
@@ -272,7 +272,8 @@ struct BpduDecodeResult {
   std::uint16_t bpduLength = 0;               ///< BPDU octets the 802.3 length declares (LLC excluded)
   std::uint8_t mstiCount = 0;                 ///< MSTI configuration messages of an MST BPDU
 
-  bool valid() const { return reject == BpduReason::none; }
+  /// A BPDU of one of the four kinds (a default result is not valid).
+  bool valid() const { return kind != BpduKind::Rejected; }
 };
 
 // ---------------------------------------------------------------------------------------------------
