@@ -262,11 +262,10 @@ void TxStatusToTxSyncer::ZekTxMstStatusSm::onAttribute(Zek::AttributeId id, cons
 }
 
 void TxStatusToTxSyncer::ZekTxMstStatusSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  // Re-pointing only re-binds: the port machines keep watching the ports they watch, and nothing is
+  // written or traced. An owner that wants the new group copied calls handleInitialized().
   if (p == notifier()) return;
   bind(Zek::ptr_cast<TxMstStatus const>(p));
-  // The port reactors watch ports of the old group: move them to the new group's ports, then copy.
-  if (const TxMstStatus* group = watched()) mirrorPorts(*group);
-  if (owner()) handleInitialized();
 }
 
 // =========================================================================================================
@@ -438,6 +437,8 @@ void PortSm::onAttribute(Zek::AttributeId id, const void* key) {
 }
 
 void PortSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
+  // Re-pointing re-binds and, with a known destination port, mirrors the counters; the record syncers
+  // keep the records they watch and no handler runs (handleInitialized() is the full copy).
   if (p == notifier()) return;
   bind(Zek::ptr_cast<TxMstPortStatus const>(p));
   if (Zek::Ptr<TxMstPortStatus> dp = dest_) {
@@ -450,11 +451,6 @@ void PortSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
     for (const auto& [vlan, value] : dp->txUpdate()) {
       if (!src || src->txUpdate(vlan).value_or(0u) == 0) dp->txUpdateDel(vlan);
     }
-  }
-  if (owner()) {
-    // The record syncers watch records of the old port; rebuild them from the new one.
-    txInfoSyncerDelAll();
-    handleInitialized();
   }
 }
 

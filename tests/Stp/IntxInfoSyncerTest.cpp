@@ -202,17 +202,18 @@ TEST(IntxInfoChangeSmTest, CountsWhatNoRandomRunReaches) {
     record->mstiN(0)->flagsIs(RstpBpduFlags{0x3d});
     EXPECT_EQ(sm->updatedFieldCount(), 3u);
     sm->zekIntxInfo()->zekMarkedForDeletionIs(true);
-    sm->zekMstiN(1)->zekMarkedForDeletionIs(true);
+    sm->zekMstiN(1)->zekDoZombieReactors(true);
+    sm->mstiNIs(record->mstiN(1));  // the entry it already watches: it stays a zombie
     record->stpVersionIs(StpBpduVersion{5});
     record->mstiN(1)->flagsIs(RstpBpduFlags{0x3d});
     record->mstiNIs(2);  // the reactor is still made
-    EXPECT_EQ(sm->updatedFieldCount(), 3u);
+    EXPECT_EQ(sm->updatedFieldCount(), 4u) << "the zombie step alone counted";
     EXPECT_TRUE(sm->zekMstiN(2));
     sm->zekIntxInfo()->zekMarkedForDeletionIs(false);
     sm->zekIntxInfo()->notifierIs(nullptr);  // unbinding counts nothing, and nothing is heard after
     record->stpVersionIs(StpBpduVersion{6});
     record->mstiNDel(2);
-    EXPECT_EQ(sm->updatedFieldCount(), 3u);
+    EXPECT_EQ(sm->updatedFieldCount(), 4u);
     EXPECT_TRUE(sm->zekMstiN(2));
     // Released, a reactor held elsewhere is a detached zombie; brought back, it has no machine to count in.
     Zek::Ptr<IntxInfoChangeSm::ZekMstiN> kept = sm->zekMstiN(0);

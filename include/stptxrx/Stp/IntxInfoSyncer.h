@@ -156,7 +156,9 @@ class STPTXRX_EXPORT IntxInfoSyncer : public Zek::Owner, public Zek::Initializab
   std::string keyInfo() const;
 
   /// Disconnects the source: the source reactor is made a zombie, detached, switched off and released.
-  /// Per-instance syncers and the destination are left as they are. Returns the former source (null when
+  /// What stops: following the record itself (its scalars, entries added or removed). What keeps running:
+  /// the per-instance syncers already built, each following its own source entry until it is deleted or
+  /// the syncer destroyed. The destination keeps what it holds. Returns the former source (null when
   /// there was none).
   Zek::Ptr<IntxInfo const> sourceDel();
 

@@ -96,7 +96,8 @@ class STPTXRX_EXPORT RxMstPortStatusToRxDynamicSyncer : public Zek::Owner, publi
   void handleRxUpdate(VlanIdOrNone vlan);
 
   /// Disconnects the source (reactor made a zombie, back pointer cleared, released) and returns it (null
-  /// when there was none). The destination keeps what was copied.
+  /// when there was none). Nothing of the port is followed afterwards (this syncer has no children); the
+  /// destination keeps what was copied.
   Zek::Ptr<RxMstPortStatus const> sourceDel();
 
  protected:
@@ -182,7 +183,8 @@ class STPTXRX_EXPORT RxMstStatusToRxDynamicSyncer : public Zek::Owner, public Ze
   void mstDynPortSmDelAll();
 
   /// Disconnects the source (reactor made a zombie, back pointer cleared, released) and returns it (null
-  /// when there was none). Children stay.
+  /// when there was none). What stops: following the group's set of ports. What keeps running: the port
+  /// syncers already built, each following its own source port until it is deleted.
   Zek::Ptr<RxMstStatus const> sourceDel();
 
  protected:
@@ -249,8 +251,9 @@ class STPTXRX_EXPORT RxStatusToRxDynamicSyncer : public Zek::Owner, public Zek::
   /// raises the reinstantiation error for "source" (the scan checks every child it meets).
   void sourceIs(const Zek::Ptr<RxStatus const>& source);
   /// Disconnects the source: the reactor is made a zombie, the (now empty) scan runs, the reactor is
-  /// released and the former source returned (null, without a scan, when there was no reactor). Children
-  /// stay.
+  /// released and the former source returned (null, without a scan, when there was no reactor). What
+  /// stops: the five scalars and the set of groups. What keeps running: the group syncers already built,
+  /// each following its own source group (and its ports) until it is deleted.
   Zek::Ptr<RxStatus const> sourceDel();
 
   /// First scan, once (guarded by `initialized`).

@@ -133,7 +133,8 @@ class STPTXRX_EXPORT TxStatusToRxSyncer : public Zek::Owner, public Zek::Initial
   void handleInitialized();
 
   /// Disconnects the source (reactor made a zombie, back pointer cleared, released) and returns it (null
-  /// when there was none). Group reactors and the destination stay as they are.
+  /// when there was none). What stops: following the set of groups. What keeps running: the group
+  /// reactors already built, each following its own source group's ports. The destination keeps its shape.
   Zek::Ptr<TxStatus const> sourceDel();
 
  protected:

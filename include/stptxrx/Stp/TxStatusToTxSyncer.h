@@ -152,9 +152,9 @@ class STPTXRX_EXPORT TxStatusToTxSyncer : public Zek::Owner, public Zek::Initial
       /// mirrored untraced (zombie or not); then, unless a zombie, handleTxUpdate, which writes it again.
       /// Allocates nothing and builds no text when tracing is off (record creation aside).
       void onAttribute(Zek::AttributeId id, const void* key) override;
-      /// Re-points at another port object of the same interface: bind; with a destination port, the counters
-      /// mirrored (non-zero source counters written, the others deleted); then, while owned, the record
-      /// syncers (which watch the old port's records) dropped and handleInitialized() run on the new port.
+      /// Re-points at another port object of the same interface: bind and, with a destination port, the
+      /// counters mirrored (non-zero source counters written, the others deleted); nothing else: the record
+      /// syncers keep the records they watch and no handler runs (handleInitialized() is the full copy).
       /// No-op when `p` is already watched.
       void notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) override;
 
@@ -221,9 +221,9 @@ class STPTXRX_EXPORT TxStatusToTxSyncer : public Zek::Owner, public Zek::Initial
     /// `txMstPortStatus` with a key: handleTxMstPortStatus(intf) unless a zombie; then, while bound and
     /// owned, the port reactor created (present port) or deleted (absent port).
     void onAttribute(Zek::AttributeId id, const void* key) override;
-    /// Re-points at another group object of the same name: bind, one port reactor per port of the new
-    /// group (existing ones re-pointed), none for ports it lacks, then (while owned) handleInitialized().
-    /// No-op when `p` is already watched.
+    /// Re-points at another group object of the same name: bind only. The port reactors keep the ports
+    /// they watch, and nothing is written or traced; handleInitialized() is the full copy. No-op when `p`
+    /// is already watched.
     void notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) override;
 
    protected:
@@ -277,8 +277,10 @@ class STPTXRX_EXPORT TxStatusToTxSyncer : public Zek::Owner, public Zek::Initial
   std::size_t zekTxMstStatusSmCount() const;
 
   /// Disconnects the source (its reactor made a zombie, detached, switched off, released) and returns it,
-  /// null when there was none. Group reactors and the destination stay as they are; nothing is copied
-  /// afterwards unless someone calls a handler.
+  /// null when there was none. What stops: following the source itself (groups added or removed, the
+  /// heartbeat timeout). What keeps running: the group and port reactors already built, which go on
+  /// following their own source group and port (ports, counters, records) until they are deleted or the
+  /// syncer is destroyed. The destination keeps what it holds.
   Zek::Ptr<TxStatus const> sourceDel();
 
  protected:

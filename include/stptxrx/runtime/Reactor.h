@@ -188,9 +188,11 @@ class ChildSet {
   }
 
   /// Create-or-return for a reactor child mirroring `member`. Null `member`: the null-pointer exception
-  /// naming `type` and `attribute`. An existing child that watches another object is re-pointed (its
-  /// notifierIs override) rather than rebuilt; a new one is built from (member, owner) (its constructor
-  /// runs its own full copy), switched on and inserted. Either way it then gets the owner's zombie state.
+  /// naming `type` and `attribute`. An existing child that already watches `member` is returned as it is
+  /// (its own zombie state included). One that watches another object is re-pointed (its notifierIs
+  /// override) rather than rebuilt; a new one is built from (member, owner) (its constructor runs its
+  /// own full copy), switched on and inserted. A re-pointed or new child then gets the owner's zombie
+  /// state.
   // (`C` defers the use of Child::NotifierType to the call, so that child syncers without a notifier can
   // use the rest of the collection.)
   template <class OwnerT, class C = Child>
@@ -200,7 +202,8 @@ class ChildSet {
     const Key key = Child::keyOf(*member);
     Ptr<Child> child = findPtr(key);
     if (child) {
-      if (child->notifier() != member) child->notifierIs(member);
+      if (child->notifier() == member) return child;
+      child->notifierIs(member);
     } else {
       child = Ptr<Child>(new Child(member, owner));
       child->hasNotificationActiveIs(true);
