@@ -186,5 +186,21 @@ TEST_F(RxSyncerTest, PortPropagationAllocatesNothing) {
   EXPECT_EQ(dstPort->rxUpdate(10), 49u);
 }
 
+// Detached from its source, the top syncer stops following the scalars and the group set; the group and
+// port syncers it built go on following their own source members.
+TEST(RxSyncerSourceDelTest, TheTopStopsItsChildrenGoOn) {
+  RxStatus::Ptr src = RxStatus::RxStatusIs(), dst = RxStatus::RxStatusIs();
+  RxMstPortStatus::Ptr port = src->rxMstStatusIs("G")->rxMstPortStatusIs(IntfId("Ethernet1"));
+  RxMstPortStatus::Ptr dstPort = dst->rxMstStatusIs("G")->rxMstPortStatusIs(IntfId("Ethernet1"));
+  auto top = rxStatusToRxDynamicSyncerFactory(src, dst);
+  EXPECT_EQ(top->sourceDel(), src);
+  src->localHeartbeatIs(5), src->rxMstStatusIs("H"), port->bpduCountIs(7);
+  src->rxMstStatus("G")->rxMstPortStatusIs(IntfId("Ethernet2"));
+  EXPECT_EQ(dst->localHeartbeat(), 0u);
+  EXPECT_FALSE(top->mstDynSyncerSm("H"));
+  EXPECT_EQ(dstPort->bpduCount(), 7u);
+  EXPECT_TRUE(top->mstDynSyncerSm("G")->mstDynPortSm(IntfId("Ethernet2")));
+}
+
 }  // namespace
 }  // namespace StpTxRx
