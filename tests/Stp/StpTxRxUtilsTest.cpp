@@ -65,41 +65,6 @@ TEST(StpTxRxGetPktTest, FrameIsHeaderThenBodyWithBpduPointingAt17) {
   }
 }
 
-TEST(StpTxRxGetPktTest, ExhaustedPoolGivesNullLeavesBpduAndTracesOnce) {
-  Zek::test::TraceCapture cap({"StpTxRx/0-9"});
-  Nelk::PktManager& pool = Nelk::globalPktManager();
-  const std::size_t liveBefore = pool.liveCount(), limitBefore = pool.liveLimit();
-  IntxInfo::Ptr info = goldenRecord();
-  Stp::CommonBpdu sentinel{};
-  Stp::CommonBpdu* bpdu = &sentinel;
-  {
-    Nelk::Pkt::Ptr held = pool.newPkt();  // with this one out and the limit at the live count, none is left
-    pool.liveLimitIs(pool.liveCount());
-    cap.clear();
-    EXPECT_FALSE(StpTxRxGetPkt(Bridging::VlanIdOrNone(), portMac, 36, &bpdu));
-    EXPECT_EQ(bpdu, &sentinel);
-    EXPECT_EQ(cap.texts(3), (std::vector<std::string>{"Packet allocation failed"}));
-    EXPECT_EQ(cap.lines().size(), 2u) << "the level-8 call trace and the failure, nothing else";
-
-    cap.clear();
-    EXPECT_FALSE(generatePktFromIntxInfo(portSm(), info, false));
-    EXPECT_EQ(cap.texts(3), (std::vector<std::string>{"Packet allocation failed"}));
-    EXPECT_EQ(cap.texts(2), (std::vector<std::string>{"generateBpdu: failed to allocate pkt "}));
-    pool.liveLimitIs(limitBefore);
-  }
-  EXPECT_EQ(pool.liveCount(), liveBefore) << "no packet kept";
-}
-
-TEST(StpTxRxGetPvstPktTest, AlwaysNullNeverWritesBpduAndTracesItsSignature) {
-  Zek::test::TraceCapture cap({"StpTxRx/0-9"});
-  Stp::CommonBpdu sentinel{};
-  Stp::CommonBpdu* bpdu = &sentinel;
-  EXPECT_FALSE(StpTxRxGetPvstPkt(portSm().get(), 36, &bpdu, Bridging::VlanIdOrNone(10)));
-  EXPECT_EQ(bpdu, &sentinel);
-  EXPECT_EQ(cap.texts(8), (std::vector<std::string>{"Nelk::Pkt::Ptr StpTxRx::StpTxRxGetPvstPkt(Stp::MstPortSm*, U32, "
-                                                    "Stp::CommonBpdu**, Bridging::VlanIdOrNone)"}));
-}
-
 TEST(WriteBpduLinkHeaderTest, TaggedFormCarriesPriority7Dei0AndTheLow12VlanBits) {
   Octets buffer(21 + 2, 0xee);
   Stp::CommonBpdu* body = writeBpduLinkHeader(buffer.data(), portMac, 1000, Bridging::VlanIdOrNone(0xf123));
@@ -166,19 +131,37 @@ TEST(GeneratePktTest, GoldenRecordGivesTheReferenceFrame) {
                 0x00}));                                         // 52 Version 1 Length
 }
 
-TEST(GeneratePktTest, TracesTheRecordThenTheAllocationAtLevel8) {
+// Each call traces what it does at level 8; an exhausted pool gives no packet, leaves the body pointer alone
+// and traces the failure (3) and the encoder's giving up (2). The PVST form is never built.
+TEST(GeneratePktTest, TracesTheRecordTheAllocationAndEachFailure) {
+  Zek::test::TraceCapture cap({"StpTxRx/0-9"});
   IntxInfo::Ptr info = goldenRecord();
   std::ostringstream record;
   record << IntxInfo::PtrConst(info);
-  Zek::test::TraceCapture cap({"StpTxRx/0-9"});
+  const std::string called = "generatePktFromIntxInfo: Called for " + record.str() + " tagged: 0",
+                    getPkt = "StpTxRxGetPkt: called for vlan 0 src mac: 02:00:00:00:00:07 size: 36";
   generatePktFromIntxInfo(portSm(), info, false);
-  EXPECT_EQ(cap.texts(8), (std::vector<std::string>{
-                              "generatePktFromIntxInfo: Called for " + record.str() + " tagged: 0",
-                              "StpTxRxGetPkt: called for vlan 0 src mac: 02:00:00:00:00:07 size: 36"}));
-  ASSERT_EQ(cap.lines().size(), 2u);
-  EXPECT_EQ(cap.lines()[0].function, "generatePktFromIntxInfo");
-  EXPECT_EQ(cap.lines()[1].function, "StpTxRxGetPkt");
+  EXPECT_EQ(cap.brief(), called + "|" + getPkt);
+  EXPECT_EQ(cap.lines()[0].function + " " + cap.lines()[1].function, "generatePktFromIntxInfo StpTxRxGetPkt");
   for (const auto& line : cap.lines()) EXPECT_EQ(line.handle + " " + line.file, "StpTxRx Stp/StpTxRxUtils");
+  Stp::CommonBpdu sentinel{};
+  Stp::CommonBpdu* bpdu = &sentinel;
+  Nelk::PktManager& pool = Nelk::globalPktManager();
+  const std::size_t liveBefore = pool.liveCount(), limitBefore = pool.liveLimit();
+  {
+    Nelk::Pkt::Ptr held = pool.newPkt();  // with this one out and the limit at the live count, none is left
+    pool.liveLimitIs(pool.liveCount());
+    cap.clear();
+    EXPECT_FALSE(StpTxRxGetPkt(Bridging::VlanIdOrNone(), portMac, 36, &bpdu));
+    EXPECT_FALSE(generatePktFromIntxInfo(portSm(), info, false));
+    EXPECT_FALSE(StpTxRxGetPvstPkt(portSm().get(), 36, &bpdu, Bridging::VlanIdOrNone(10)));
+    pool.liveLimitIs(limitBefore);
+  }
+  EXPECT_EQ(bpdu, &sentinel);
+  EXPECT_EQ(pool.liveCount(), liveBefore) << "no packet kept";
+  EXPECT_EQ(cap.brief(), getPkt + "|3 Packet allocation failed|" + called + "|" + getPkt + "|3 Packet allocation failed|"
+                         "2 generateBpdu: failed to allocate pkt |Nelk::Pkt::Ptr StpTxRx::StpTxRxGetPvstPkt(Stp::MstPortSm*, "
+                         "U32, Stp::CommonBpdu**, Bridging::VlanIdOrNone)");
 }
 
 TEST(GeneratePktTest, AllocatesNothingOnceThePoolIsWarmWhileTracingIsOff) {

@@ -148,33 +148,21 @@ class World {
   };
   Write recordOp(IntxInfo& r) {
     Write w;
-    w.key = any(instanceKeys);
-    Zek::Ptr<IntxMstiInfo> e;
     const std::uint32_t op = below(8);
-    if (op < 2) {  // an entry added, filled at once half of the time
-      w.what = "mstiNIs";
-      w.created = !r.mstiN(w.key);
-      e = r.mstiNIs(w.key);
-      if (chance(50)) return w;
-    } else if (op == 2) {
-      w.what = "mstiNDel";
-      w.removed = static_cast<bool>(r.mstiNDel(w.key));
-      return w;
-    } else if (op < 5) {
-      w.what = "record attribute";
-      w.record = true;
+    w.key = any(instanceKeys);
+    w.created = op < 2 && !r.mstiN(w.key);
+    Zek::Ptr<IntxMstiInfo> e = op < 2 ? r.mstiNIs(w.key) : pick(r.mstiN(), [&](BridgeSystemId k) { return r.mstiN(k); });
+    if (op < 2) w.what = "mstiNIs";  // filled at once half of the time
+    if (op == 2) w.what = "mstiNDel", w.removed = static_cast<bool>(r.mstiNDel(w.key));
+    if (op == 3 || op == 4) {
       auto onRecord = RecordingReactor::RecordingReactorIs(Zek::Ptr<IntxInfo>(&r));
       test::fillRecord(r, below(3), 1u << below(6));
-      w.count = static_cast<unsigned>(onRecord->count());
-      return w;
-    } else if (!(e = pick(r.mstiN(), [&](BridgeSystemId k) { return r.mstiN(k); }))) {
-      return w;
+      w.what = "record attribute", w.record = true, w.count = static_cast<unsigned>(onRecord->count());
     }
+    if (!e || (op >= 2 && op < 5) || (op < 2 && chance(50))) return w;
     auto onEntry = RecordingReactor::RecordingReactorIs(e);
     test::fillEntry(*e, below(3), w.created ? ~0u : 1u << below(13));
-    w.count = static_cast<unsigned>(onEntry->count());
-    w.key = e->key().value();
-    w.entry = e;
+    w.count = static_cast<unsigned>(onEntry->count()), w.key = e->key().value(), w.entry = e;
     return w;
   }
 

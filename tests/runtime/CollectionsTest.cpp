@@ -2,6 +2,8 @@
 #include <stptxrx/runtime/Collections.h>
 #include <stptxrx/runtime/Ptr.h>
 
+#include "support/AllocCounter.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -106,6 +108,29 @@ TEST(HashMapCompactionTest, LookupsAndOrderSurviveCompactionWhichWaitsForLiveWal
   visited.clear();
   for (const auto& [k, v] : map) visited.push_back(v);
   EXPECT_EQ(visited, (std::vector<int>{3, 7, 11, 15, 19, 23, 27, 31, 35, 39, 100})) << "order survives compaction";
+}
+
+// Compaction rebuilds the slot array (one allocation) exactly when the holes reach eight and the live count;
+// iterators copied and assigned must not leave it waiting for a walk that has ended.
+TEST(HashMapCompactionTest, CompactsOnceTheHolesReachEightAndTheLiveCount) {
+  HashMap<int, int> map;
+  for (int i = 0; i < 16; ++i) map.insert(i, i);
+  {
+    auto it = map.begin(), other = map.begin();
+    ++it;
+    auto copy = it;
+    other = copy;
+    EXPECT_EQ((*other).first, 1) << "an assigned iterator goes on from where its source is";
+    ++other;
+    EXPECT_EQ((*other).first, 2);
+  }
+  std::vector<std::uint64_t> allocations;
+  for (int i = 0; i < 8; ++i) {
+    test::AllocScope scope;
+    map.erase(i);
+    allocations.push_back(scope.count());
+  }
+  EXPECT_EQ(allocations, (std::vector<std::uint64_t>{0, 0, 0, 0, 0, 0, 0, 1}));
 }
 
 }  // namespace
