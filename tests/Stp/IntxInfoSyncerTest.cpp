@@ -28,10 +28,10 @@ IntxInfo::Ptr recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> 
   return r;
 }
 
-/// The writes RecordLog::expand(spec) stands for, as RecordLog::take() gives them.
-std::string writes(const std::string& spec) {
+/// The writes RecordLog::expand(pattern) stands for, as RecordLog::take() gives them.
+std::string writes(const std::string& pattern) {
   std::string out;
-  for (const std::string& w : RecordLog::expand(spec)) out += (out.empty() ? "" : " ") + w;
+  for (const std::string& w : RecordLog::expand(pattern)) out += (out.empty() ? "" : " ") + w;
   return out;
 }
 
@@ -79,7 +79,10 @@ TEST_F(IntxInfoSyncerTest, EachStepWritesAndTracesExactlyThis) {
        "7:handleMstiN() deleting mstiId=5", "-5"},
       // Re-pointed at a record with entries 3 and 6: the record level, the thirteen fields of the re-pointed
       // syncer of 3; the new syncer of 6 finds no destination entry; 0's syncer goes, its entry stays.
-      {"source re-pointed, twice", [&] { syncer->zekSource()->notifierIs(other), syncer->zekSource()->notifierIs(other); },
+      {"source re-pointed, twice", [&] {
+         syncer->zekSource()->notifierIs(other), syncer->zekSource()->notifierIs(other);
+         syncer->zekMstiN(3)->mstiNIs(other->mstiN(3));  // what it watches already: nothing
+       },
        "sm[6]::handleInitialized() ", writes("R 3")},
       {"full copy", [&] { syncer->handleInitialized(); },
        "0:handleInitialized() |0:handleMstiN() setting mstiId=3|sm[3]::copyAllData() |0:handleMstiN() setting mstiId=6|"

@@ -49,7 +49,7 @@ std::ostream& operator<<(std::ostream& os, const Streamed& s) {
 }
 
 // Each test uses its own handle names; the capture puts levels, rules and sink back as they were.
-TEST(TraceLevelsTest, SpecsSetLevelsOfExistingAndLaterHandles) {
+TEST(TraceLevelsTest, SettingsSetLevelsOfExistingAndLaterHandles) {
   TraceCapture cap;
   TraceHandle* existing = traceHandleIs("TlExisting");
   traceHandleIs("TlApi")->levelsIs(bits({5}));
@@ -67,7 +67,7 @@ TEST(TraceLevelsTest, SpecsSetLevelsOfExistingAndLaterHandles) {
   EXPECT_EQ(levelsOf("TlNamed"), bits({1, 2}));
 }
 
-TEST(TraceLevelsTest, MalformedSpecsAreRejectedAndChangeNothing) {
+TEST(TraceLevelsTest, MalformedSettingsAreRejectedAndChangeNothing) {
   TraceCapture cap;
   traceHandleIs("TlBad")->levelsIs(bits({4}));
   for (const char* bad : {"TlBad/8,TlBad/x", "TlBad/10", "TlBad/3-1", "/3", "TlBad/1-", "TlBad/-2", "TlNew/8,*/1/2"}) {

@@ -42,9 +42,9 @@ class RecordLog {
     return out;
   }
 
-  static std::vector<std::string> expand(const std::string& spec) {
+  static std::vector<std::string> expand(const std::string& pattern) {
     std::vector<std::string> out;
-    std::istringstream items(spec);
+    std::istringstream items(pattern);
     for (std::string item; items >> item;) {
       if (item == "R") {
         for (const char* name : recordNames) {

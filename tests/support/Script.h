@@ -2,6 +2,7 @@
 // Table-driven exact tests: a script of steps, each with the trace lines and the destination's view it must
 // produce.
 #include <stptxrx/runtime/Entity.h>
+#include <stptxrx/runtime/Exception.h>
 
 #include "support/TraceCapture.h"
 
@@ -36,6 +37,18 @@ inline void play(TraceCapture& cap, const char* origin, const TraceCapture::Abbr
     cap.clear();
   }
   notifyEqualWrites_ = false;
+}
+
+/// What a reinstantiation error raised by `call` names ("Type::attribute"), or "no exception".
+template <class Call>
+std::string reinstantiationOf(Call&& call) {
+  try {
+    call();
+  } catch (const MutatorReinstantiatingException& e) {
+    const std::string what = e.what();
+    return what.substr(0, what.find(": "));
+  }
+  return "no exception";
 }
 
 }  // namespace Zek::test
