@@ -78,6 +78,7 @@ TEST_F(RxSyncerTest, EachStepWritesAndTracesExactlyThis) {
       {"port source reactor re-pointed", [&] {
          extra = new RxMstPortStatusToRxDynamicSyncer::ZekSource(srcPort, top->mstDynSyncerSm("G")->mstDynPortSm(et1));
          extra->notifierIs(other), extra->notifierIs(other);
+         extra->onAttribute(RxMstPortStatus::idRxUpdate, nullptr);  // a null key: nothing
        }, "P:handleBpduCount() |P:handleRateLimitInterval() |P:handleRateLimitMaxCount() |P:handleRateLimitEnabled() |"
           "P:handleCounters() |P:handleLocalCounters() ", "264 265 266 267 261 262"},
       {"port source detached: no handler writes", [&] {
@@ -115,7 +116,7 @@ TEST_F(RxSyncerTest, EachStepWritesAndTracesExactlyThis) {
          top->sourceDel();
          top->zekDoZombieReactors(true);
          top->sourceIs(src);
-         src->localHeartbeatIs(10);
+         src->localHeartbeatIs(10), src->rxMstStatus("G")->rxMstPortStatusIs(IntfId("Ethernet5"));
          EXPECT_EQ(dst->localHeartbeat(), 9u);
        }, "T:handleMstStatus() scanning list|T:handleMstStatus() scanning list|T:handleMstStatus() creating G", ""},
   });
@@ -128,8 +129,11 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
   src->peerUpdateCtrTimeIs(5.5);
   Zek::notifyEqualWrites_ = true;
   auto rec = Zek::test::RecordingReactor::RecordingReactorIs(dst);
+  dst->localHeartbeatIs(3), dst->peerHeartbeatIs(3), dst->updateCtrTimeIs(3), dst->localUpdateCtrTimeIs(3), dst->peerUpdateCtrTimeIs(3);
+  rec->clear();
   top = rxStatusToRxDynamicSyncerFactory(nullptr, dst);  // no source: 0 written
   EXPECT_EQ(rec->ids(), (Ids{259, 260, 262, 263, 264})) << "no update counter";
+  EXPECT_EQ(dst->localHeartbeat() + dst->peerHeartbeat() + dst->updateCtrTime() + dst->localUpdateCtrTime() + dst->peerUpdateCtrTime(), 0);
   top->sourceIs(src);
   EXPECT_EQ(dst->peerUpdateCtrTime(), 5.5);
   // Another source: copied and scanned; children of groups only the former source had stay.
@@ -154,6 +158,13 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
             "RxMstPortStatusToRxDynamicSyncer::source");
   EXPECT_EQ(raised([&] { group->mstDynPortSmIs("G", et1, srcPort, other); }), "RxMstPortStatusToRxDynamicSyncer::rxStatus");
   EXPECT_EQ(group->mstDynPortSm(et1), child);
+  {  // a port syncer held beyond its group's life is a zombie
+    RxMstPortStatusToRxDynamicSyncer::Ptr held = child;
+    group = nullptr;
+    EXPECT_TRUE(held->zekMarkedForDeletion());
+    group = rxMstStatusToRxDynamicSyncerFactory("G", src->rxMstStatus("G"), dst);
+    child = group->mstDynPortSm(et1);
+  }
   EXPECT_EQ(group->mstDynPortSmDel(et1).get(), child);
   group->mstDynPortSmIs("G", et1, srcPort, dst);
   group->mstDynPortSmDelAll();

@@ -149,7 +149,12 @@ TEST_F(TxToTxTest, EachStepWritesAndTracesExactlyThis) {
          p->txNewInfoIs(13), p->txHelloWhenOnIs(TimerVal(5, 6)), p->txUpdateIs(10, 7), p->txInfoIs(30);
          EXPECT_EQ(syncer->zekTxMstStatusSm("g2")->zekTxMstPortStatusCount(), 0u);
        }, "T:ZekTxMstStatusSm[g3]::handleInitialized() ", "heartbeat +g3 Et1:u10"},
-      {"marks cleared; notifications off, then on", [&] {
+      {"marks cleared; notifications off, then on; a null key or another id: nothing", [&] {
+         syncer->zekSource()->onAttribute(TxStatus::idTxMstStatus, nullptr);
+         syncer->zekTxMstStatusSm("g1")->onAttribute(TxMstStatus::idTxMstPortStatus, nullptr);
+         syncer->zekTxMstStatusSm("g1")->onAttribute(TxMstStatus::idName, &p->intfId());
+         portSm()->onAttribute(TxMstPortStatus::idTxInfo, nullptr), portSm()->onAttribute(TxMstPortStatus::idTxUpdate, nullptr);
+         portSm()->onAttribute(TxMstPortStatus::idIntfId, nullptr);
          syncer->zekSource()->zekMarkedForDeletionIs(false);
          syncer->zekTxMstStatusSm("g2")->zekMarkedForDeletionIs(false);
          portSm()->zekMarkedForDeletionIs(false);
@@ -366,6 +371,8 @@ TEST_F(TxToRxTest, EachStepTracesAndShapesExactlyThis) {
          other->txMstStatusIs("C"), other->txMstStatusIs("D");
          extra = new TxStatusToRxSyncer::ZekSource(tx, syncer.get());
          extra->notifierIs(other), extra->notifierIs(other);
+         const Zek::Name c("C");
+         extra->onAttribute(TxStatus::idTxMstStatus, nullptr), extra->onAttribute(TxStatus::idHeartbeatTimeout, &c);
          EXPECT_TRUE(!syncer->zekTxMstStatus("A") && syncer->zekTxMstStatus("C")->txMstStatus() == other->txMstStatus("C"));
          extra->ownerIs(nullptr);
          syncer->txMstStatusDelAll();

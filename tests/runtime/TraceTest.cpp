@@ -185,6 +185,8 @@ TEST_F(BinaryTraceTest, RingKeepsTheLatestRecordsAndDumpsThemOldestFirst) {
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), BinaryTrace::ringSize);
   EXPECT_TRUE(text.starts_with("Ns::C<int>::m():7 start=10 elapsed=1\n")) << "the oldest record kept";
   EXPECT_TRUE(text.ends_with("start=" + std::to_string(total - 1) + " elapsed=1\n"));
+  BinaryTrace::record(m, 0, std::uint64_t{1} << 40);
+  EXPECT_TRUE(BinaryTrace::recent(0, r) && r.elapsed == 0xffffffffu) << "a longer time is kept as the longest";
 }
 
 }  // namespace
