@@ -240,9 +240,6 @@ TEST_F(TxToTxTest, RecordSyncersAreNotReinstantiatedAndMutatorsRefuseNull) {
   EXPECT_EQ(p->txInfoSyncerCount(), 0u);
 }
 
-// Re-pointing a group reactor at another tree's group of the same name re-points its port reactors (a port
-// in common mirrors the other port's counters and rebuilds its record syncers), drops the reactors of ports
-// the other group lacks and builds reactors for its new ports, whose destination ports stay empty.
 // Re-pointing only re-binds (the port reactor also mirrors the counters); the full copy is the owner's
 // handleInitialized().
 TEST_F(TxToTxTest, RepointingRebindsWithoutACopy) {
@@ -259,6 +256,7 @@ TEST_F(TxToTxTest, RepointingRebindsWithoutACopy) {
   const Zek::Ptr<TxMstPortStatus const> old1 = kept->txMstPortStatus();
   TreeLog writes(dst);
   Zek::test::TraceCapture cap({"StpTxStatusSyncer/0-9"});
+  kept->txMstPortStatusIs(old1);  // the port it watches: nothing
   EXPECT_EQ(syncer->txMstStatusIs(other->txMstStatus("g1")).get(), g) << "kept, not rebuilt";
   EXPECT_EQ(g->txMstStatus(), other->txMstStatus("g1"));
   EXPECT_TRUE(portSm() == kept && kept->txMstPortStatus() == old1 && portSm("Ethernet2")) << "ports untouched";
