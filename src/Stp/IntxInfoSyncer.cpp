@@ -2,8 +2,19 @@
 #include <stptxrx/Stp/SyncerTrace.h>
 
 #include <array>
+#include <cstdint>
+#include <mutex>
+#include <new>
 #include <type_traits>
 #include <utility>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define STPTXRX_POOL_BYPASS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define STPTXRX_POOL_BYPASS 1
+#endif
+#endif
 
 namespace StpTxRx {
 
@@ -28,6 +39,88 @@ inline void copyAttribute(const Entity* src, Entity& dst) {
   } else {
     (dst.*Set)(Value{});
   }
+}
+
+/// Fixed-size blocks carved from chunks of `blocksPerChunk`, recycled through a free list. Every chunk
+/// goes back to the heap when the last live block is freed, so a torn-down syncer tree leaves nothing
+/// behind. Shares the runtime's threading rule: guarded only while Zek::threadSafePointers_ is on.
+class BlockPool {
+ public:
+  explicit BlockPool(std::size_t blockSize)
+      : blockSize_((blockSize + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
+                   alignof(std::max_align_t)) {}
+  BlockPool(const BlockPool&) = delete;
+  BlockPool& operator=(const BlockPool&) = delete;
+
+  std::size_t blockSize() const { return blockSize_; }
+
+  void* allocate() {
+    if (!Zek::threadSafePointers_) return take();
+    std::lock_guard<std::mutex> lock(mutex_);
+    return take();
+  }
+  void deallocate(void* p) noexcept {
+    if (!Zek::threadSafePointers_) return give(p);
+    std::lock_guard<std::mutex> lock(mutex_);
+    give(p);
+  }
+
+ private:
+  static constexpr std::size_t blocksPerChunk = 256;
+  struct FreeBlock {
+    FreeBlock* next;
+  };
+  struct Chunk {
+    Chunk* next;
+  };
+  // Blocks start after a header as large as the strictest fundamental alignment.
+  static constexpr std::size_t chunkHeader = alignof(std::max_align_t);
+
+  void* take() {
+    if (!free_) grow();
+    FreeBlock* b = free_;
+    free_ = b->next;
+    ++live_;
+    return b;
+  }
+  void give(void* p) noexcept {
+    auto* b = static_cast<FreeBlock*>(p);
+    b->next = free_;
+    free_ = b;
+    if (--live_ == 0) releaseChunks();
+  }
+  void grow() {
+    auto* raw = static_cast<unsigned char*>(::operator new(chunkHeader + blockSize_ * blocksPerChunk));
+    auto* chunk = reinterpret_cast<Chunk*>(raw);
+    chunk->next = chunks_;
+    chunks_ = chunk;
+    // Threaded so that blocks are handed out in address order.
+    for (std::size_t i = blocksPerChunk; i-- > 0;) {
+      auto* b = reinterpret_cast<FreeBlock*>(raw + chunkHeader + i * blockSize_);
+      b->next = free_;
+      free_ = b;
+    }
+  }
+  void releaseChunks() noexcept {
+    while (chunks_) {
+      Chunk* next = chunks_->next;
+      ::operator delete(chunks_);
+      chunks_ = next;
+    }
+    free_ = nullptr;
+  }
+
+  const std::size_t blockSize_;
+  FreeBlock* free_ = nullptr;
+  Chunk* chunks_ = nullptr;
+  std::size_t live_ = 0;
+  std::mutex mutex_;
+};
+
+BlockPool& mstiNSmPool() {
+  // Never destroyed: syncers may be released from static destructors.
+  static BlockPool* pool = new BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm));
+  return *pool;
 }
 
 }  // namespace
@@ -229,6 +322,26 @@ void IntxInfoSyncer::ZekSource::notifierIs(const Zek::Ptr<Zek::PtrInterface cons
 }
 
 // ---- ZekMstiNSm
+
+void* IntxInfoSyncer::ZekMstiNSm::operator new(std::size_t size) {
+#ifdef STPTXRX_POOL_BYPASS
+  return ::operator new(size);
+#else
+  // A class derived from this one (none today) is larger than a block; it takes the heap.
+  if (size != sizeof(ZekMstiNSm)) return ::operator new(size);
+  return mstiNSmPool().allocate();
+#endif
+}
+
+void IntxInfoSyncer::ZekMstiNSm::operator delete(void* p, std::size_t size) noexcept {
+  if (!p) return;
+#ifdef STPTXRX_POOL_BYPASS
+  ::operator delete(p, size);
+#else
+  if (size != sizeof(ZekMstiNSm)) return ::operator delete(p, size);
+  mstiNSmPool().deallocate(p);
+#endif
+}
 
 IntxInfoSyncer::ZekMstiNSm::ZekMstiNSm(const Zek::Ptr<IntxMstiInfo const>& entry, IntxInfoSyncer* owner)
     : Reactor(entry, owner), key_(entry ? entry->key() : BridgeSystemId()) {

@@ -119,6 +119,13 @@ class STPTXRX_EXPORT IntxInfoSyncer : public Zek::Owner, public Zek::Initializab
     /// this is no zombie. `destMstiN` is not looked up again. No-op when `p` is already watched.
     void notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) override;
 
+    /// One of these exists per mirrored entry, built and released by the tens of thousands with the
+    /// records: they come from a pool of fixed-size blocks rather than the general heap. Ownership is
+    /// unchanged (the last counted reference deletes); the pool hands its memory back to the heap when
+    /// its last block is freed.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* p, std::size_t size) noexcept;
+
    private:
     template <auto Get, auto Set>
     void copyField();
