@@ -1,7 +1,6 @@
 // The binary trace ring and its call-site registry.
 #include <stptxrx/runtime/BinaryTrace.h>
 
-#include <array>
 #include <chrono>
 #include <deque>
 #include <ostream>
@@ -10,17 +9,16 @@
 namespace Zek::BinaryTrace {
 
 bool enabled_ = true;
+RingState ring_{};
 
 namespace {
 
-struct Ring {
-  std::array<Record, ringSize> records{};
-  std::uint64_t written = 0;
+struct Registry {
   std::deque<std::string> messages;  // index = message id
 };
 
-Ring& ring() {
-  static Ring* r = new Ring;  // never destroyed: handlers may run from static destructors
+Registry& registry() {
+  static Registry* r = new Registry;  // never destroyed: handlers may run from static destructors
   return *r;
 }
 
@@ -82,37 +80,30 @@ std::uint64_t nowSteady() noexcept {
 }
 
 std::uint32_t callSiteIs(const char* prettyFunction, const char*, int line) {
-  Ring& r = ring();
+  Registry& r = registry();
   r.messages.push_back(qualifiedName(prettyFunction) + "():" + std::to_string(line));
   return static_cast<std::uint32_t>(r.messages.size() - 1);
 }
 
 const std::string& messageText(std::uint32_t id) {
   static const std::string none;
-  Ring& r = ring();
+  Registry& r = registry();
   return id < r.messages.size() ? r.messages[id] : none;
 }
 
-void record(std::uint32_t message, std::uint64_t start, std::uint64_t elapsed) noexcept {
-  Ring& r = ring();
-  const auto ticks = static_cast<std::uint32_t>(elapsed > 0xffffffffu ? 0xffffffffu : elapsed);
-  r.records[r.written & (ringSize - 1)] = Record{message, ticks, start};
-  ++r.written;
-}
+std::uint64_t recordCount() noexcept { return ring_.written; }
 
-std::uint64_t recordCount() noexcept { return ring().written; }
-
-void clear() noexcept { ring().written = 0; }
+void clear() noexcept { ring_.written = 0; }
 
 bool recent(std::uint32_t back, Record& out) noexcept {
-  Ring& r = ring();
+  const RingState& r = ring_;
   if (back >= r.written || back >= ringSize) return false;
   out = r.records[(r.written - 1 - back) & (ringSize - 1)];
   return true;
 }
 
 void dump(std::ostream& os) {
-  Ring& r = ring();
+  const RingState& r = ring_;
   std::uint64_t n = r.written < ringSize ? r.written : ringSize;
   for (std::uint64_t i = r.written - n; i < r.written; ++i) {
     const Record& rec = r.records[i & (ringSize - 1)];

@@ -47,7 +47,21 @@ STPTXRX_EXPORT std::uint32_t callSiteIs(const char* prettyFunction, const char* 
 /// Text of a registered message ("" for an unknown id).
 STPTXRX_EXPORT const std::string& messageText(std::uint32_t id);
 
-STPTXRX_EXPORT void record(std::uint32_t message, std::uint64_t start, std::uint64_t elapsed) noexcept;
+/// The ring itself: plain data with a trivial destructor, so that handlers running from static destructors
+/// can still record. Written in line by every block timer (no call, no initialisation guard); read by the
+/// functions below.
+struct alignas(64) RingState {
+  Record records[ringSize];
+  std::uint64_t written;  ///< records written since the last clear
+};
+STPTXRX_EXPORT extern RingState ring_;
+
+inline void record(std::uint32_t message, std::uint64_t start, std::uint64_t elapsed) noexcept {
+  const std::uint64_t w = ring_.written;
+  const auto ticks = static_cast<std::uint32_t>(elapsed > 0xffffffffu ? 0xffffffffu : elapsed);
+  ring_.records[w & (ringSize - 1)] = Record{message, ticks, start};
+  ring_.written = w + 1;
+}
 
 inline bool enabled() noexcept { return enabled_; }
 inline void enabledIs(bool on) noexcept { enabled_ = on; }
