@@ -78,15 +78,13 @@ static_assert(cistMask<false> == 0b1111000011111 && cistMask<true> == 0b11111011
 // record whatever the entry held before.
 template <std::uint32_t Carried>
 void zeroUncarried(IntxMstiInfo& entry) {
-  if constexpr (Carried != (1u << IntxMstiInfo::fieldCount) - 1) {
-    int i = 0;
-    IntxMstiInfo::forEachField([&](auto field) {
-      using F = decltype(field);
-      using V = std::remove_cvref_t<decltype((entry.*F::get)())>;
-      if (!(Carried & (1u << i))) (entry.*F::set)(V{});
-      ++i;
-    });
-  }
+  int i = 0;
+  IntxMstiInfo::forEachField([&](auto field) {
+    using F = decltype(field);
+    using V = std::remove_cvref_t<decltype((entry.*F::get)())>;
+    if (!(Carried & (1u << i))) (entry.*F::set)(V{});
+    ++i;
+  });
 }
 
 // The configuration identifier of a BPDU that carries none.

@@ -288,6 +288,10 @@ TEST(BpduCaptureTest, EveryFrameDecodesAndReEncodesToItsOwnOctets) {
       const BpduDecodeResult r = generateIntxInfoFromPkt(octets.data(), octets.size(), info.get());
       ASSERT_EQ(r.kind, c.kind) << bpduReasonText(r.reject);
       tagged += r.tagged;
+      {  // the next packet comes with a buffer full of 0xff: every octet must be written
+        Nelk::Pkt::Ptr used = Nelk::globalPktManager().newPkt();
+        std::fill_n(used->headDataIs(1500), 1500, 0xff);
+      }
       const BpduEncodeResult e = generateBpduFromIntxInfo(portSm(r.source), info, r.tagged, r.vlan);
       ASSERT_TRUE(e) << bpduEncodeErrorText(e.error);
       const std::size_t end = (r.tagged ? taggedBpduLinkHeaderSize : bpduLinkHeaderSize) + r.bpduLength;

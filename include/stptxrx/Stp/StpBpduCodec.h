@@ -150,7 +150,8 @@ struct ConfigNameCodec {
   static Zek::String decode(const Wire& w, const FieldContext&, const Zek::String& current) {
     // The padding is found eight octets at a time: most BPDUs carry a short name or none at all.
     std::size_t n = w.size();
-    for (std::uint64_t word = 0; n > 0; n -= sizeof word) {
+    for (; n > 0; n -= sizeof(std::uint64_t)) {
+      std::uint64_t word;
       std::memcpy(&word, w.data() + n - sizeof word, sizeof word);
       if (word != 0) break;
     }
