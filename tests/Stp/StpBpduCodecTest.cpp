@@ -158,6 +158,7 @@ const std::vector<Row>& rows() {
   static const std::vector<Row> table = {
       {"empty", [] { return Octets{}; }, K::Rejected, R::frameTooShort},
       {"13 octets", [] { return Octets(13, 0); }, K::Rejected, R::frameTooShort},
+      {"header alone", mstWith([](Octets& f) { f.resize(14); }), K::Rejected, R::lengthBeyondFrame},
       {"tag cut", [] { return Octets{1, 0x80, 0xc2, 0, 0, 0, 2, 0, 0, 0, 0, 7, 0x81, 0, 0xe0}; }, K::Rejected,
        R::frameTooShort},
       {"EtherType", mstWith([](Octets& f) { lengthIs(f, 0x0800); }), K::Rejected, R::notLengthField},
@@ -465,6 +466,7 @@ TEST(BpduEncodeTest, RefusesWhatTheWireCannotCarryWithAClearError) {
       {[](IntxInfo& i) { i.stpVersionIs({2}); i.intxInfoTypeIs({0}); }, BpduEncodeError::unsupportedKind},
       {[](IntxInfo& i) { i.stpVersionIs({1}); i.intxInfoTypeIs({2}); }, BpduEncodeError::unsupportedKind},
       {[](IntxInfo& i) { i.intxInfoTypeIs({0x81}); }, BpduEncodeError::unsupportedKind},
+      {[](IntxInfo& i) { i.stpVersionIs({2}); i.intxInfoTypeIs({0x80}); }, BpduEncodeError::unsupportedKind},
       {[](IntxInfo& i) { i.mstiNDel(0); }, BpduEncodeError::noCistEntry},
       {[](IntxInfo& i) { i.stpVersionIs({0}); i.intxInfoTypeIs({0}); i.mstiNDel(0); }, BpduEncodeError::noCistEntry},
       {[](IntxInfo& i) { i.configNameStringIs(std::string(33, 'n')); }, BpduEncodeError::nameTooLong},

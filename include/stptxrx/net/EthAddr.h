@@ -27,9 +27,7 @@ class STPTXRX_EXPORT EthAddr {
   friend constexpr bool operator==(const EthAddr& a, const EthAddr& b) {
     const auto& x = a.octets_;
     const auto& y = b.octets_;
-    if (std::is_constant_evaluated()) {
-      return ((x[0] ^ y[0]) | (x[1] ^ y[1]) | (x[2] ^ y[2]) | (x[3] ^ y[3]) | (x[4] ^ y[4]) | (x[5] ^ y[5])) == 0;
-    }
+    if (std::is_constant_evaluated()) return x == y;
     std::uint32_t x4, y4;
     std::uint16_t x2, y2;
     std::memcpy(&x4, x.data(), 4);
