@@ -398,10 +398,7 @@ BpduEncodeError planEncode(const IntxInfo& info, EncodePlan& plan) {
   if (info.configNameString().size() > Stp::MstConfigId::nameSize) return BpduEncodeError::nameTooLong;
   plan.mstiCount = info.mstiNCount() - 1;
   if (plan.mstiCount > MstBpdu::maxMstiCount) return BpduEncodeError::tooManyMstis;
-  for (const auto& entry : info.mstiN()) {  // ascending: only the last key can be too large
-    if (entry.first.value() > mstiIdMask) return BpduEncodeError::mstiIdOutOfRange;
-  }
-  return BpduEncodeError::none;
+  return BpduEncodeError::none;  // MSTI keys are checked as their messages are written
 }
 
 std::size_t bodySizeOf(const EncodePlan& plan) {
@@ -413,17 +410,19 @@ std::size_t bodySizeOf(const EncodePlan& plan) {
   }
 }
 
-void writeBody(const EncodePlan& plan, const IntxInfo& info, CommonBpdu* body) {
+// Writes the body; mstiIdOutOfRange (the body then half written) for an MSTI key that does not fit in 12
+// bits, none otherwise.
+BpduEncodeError writeBody(const EncodePlan& plan, const IntxInfo& info, CommonBpdu* body) {
   const bpdu::FieldContext none{};
   body->protocolIdentifier = 0;
   bpdu::forEachCommonField(writer(*body, info, none));
-  if (plan.kind == BpduKind::Tcn) return;
+  if (plan.kind == BpduKind::Tcn) return BpduEncodeError::none;
 
   if (plan.kind != BpduKind::Mst) {
     auto& config = *static_cast<ConfigBpdu*>(body);
     bpdu::forEachCistField<false>(writer(config, *plan.cist, none));
     if (plan.kind == BpduKind::Rst) static_cast<RstpBpdu&>(config).version1Length = 0;
-    return;
+    return BpduEncodeError::none;
   }
 
   auto& mst = *static_cast<MstBpdu*>(body);
@@ -437,8 +436,10 @@ void writeBody(const EncodePlan& plan, const IntxInfo& info, CommonBpdu* body) {
   auto* message = reinterpret_cast<MstiConfigMessage*>(reinterpret_cast<std::uint8_t*>(body) + MstBpdu::wireSize);
   for (const auto& [key, entry] : info.mstiN()) {
     if (key == BridgeSystemId(0)) continue;
+    if (key.value() > mstiIdMask) return BpduEncodeError::mstiIdOutOfRange;
     bpdu::forEachMstiField(writer(*message++, *entry, bpdu::FieldContext{key}));
   }
+  return BpduEncodeError::none;
 }
 
 }  // namespace
@@ -469,7 +470,11 @@ BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, con
     result.error = BpduEncodeError::allocationFailed;
     return result;
   }
-  writeBody(plan, *intxInfo, body);
+  result.error = writeBody(plan, *intxInfo, body);
+  if (result.error != BpduEncodeError::none) {
+    result.pkt = nullptr;  // back to the pool, never seen
+    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
+  }
   return result;
 }
 
