@@ -25,6 +25,8 @@ TEST(EthAddrTest, OctetsInOrderPrintedAsLowerCaseHex) {
   EthAddr a(0x00, 0x11, 0x22, 0xaB, 0x0c, 0xFF);
   EXPECT_EQ(text(a), "00:11:22:ab:0c:ff");
   EXPECT_EQ(EthAddr(std::array<std::uint8_t, 6>{0, 0x11, 0x22, 0xab, 0x0c, 0xff}), a);
+  constexpr bool same = EthAddr(0, 0x11, 2, 3, 4, 5) == EthAddr(0, 0x11, 2, 3, 4, 5), other = EthAddr(1, 0, 0, 0, 0, 0) == EthAddr();
+  EXPECT_TRUE(same && !other) << "compared at compile time too";
   EXPECT_LT(EthAddr(0, 0, 0, 0, 0, 1), EthAddr(0, 0, 0, 0, 1, 0));
   EXPECT_TRUE(EthAddr().isZero() && !EthAddr(0, 0, 0, 0, 0, 1).isZero());
 }

@@ -79,6 +79,18 @@ TEST(PktPoolTest, SharedOrOversizedBuffersAreNotRecycledAndThePoolIsBounded) {
   EXPECT_EQ(m.pooledCount(), 1u);
 }
 
+TEST(PktPoolTest, TheManagerFreesItsPoolWhenItGoes) {
+  Zek::test::countBytesIs(true);
+  const std::int64_t before = Zek::test::liveBytes();
+  {
+    PktManager m;
+    std::vector<Pkt::Ptr> held(3);
+    for (auto& h : held) h = m.newPkt();
+  }
+  EXPECT_EQ(Zek::test::liveBytes(), before);
+  Zek::test::countBytesIs(false);
+}
+
 TEST(PktLiveLimitTest, NoPacketWhileTheLimitIsReached) {
   PktManager m;
   m.liveLimitIs(2);

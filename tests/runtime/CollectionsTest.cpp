@@ -131,6 +131,12 @@ TEST(HashMapCompactionTest, CompactsOnceTheHolesReachEightAndTheLiveCount) {
     allocations.push_back(scope.count());
   }
   EXPECT_EQ(allocations, (std::vector<std::uint64_t>{0, 0, 0, 0, 0, 0, 0, 1}));
+  {  // clear() under a live iterator moves the members out into one array of the right size
+    const auto walking = map.begin();
+    test::AllocScope scope;
+    map.clear();
+    EXPECT_TRUE(scope.count() == 1 && map.empty());
+  }
 }
 
 }  // namespace

@@ -29,5 +29,10 @@ TEST(WireEncodingTest, BridgeAndPortIdentifiersKeepTheTop4PriorityBitsAndTheLow1
   EXPECT_EQ(octetsOf(portIdWire(PortId(240, 0x0fff))), (Octets{0xff, 0xff}));
 }
 
+TEST(VlanIdOrNoneTest, ZeroIsNone) {
+  EXPECT_TRUE(!Bridging::VlanIdOrNone(0) && !static_cast<bool>(Bridging::VlanIdOrNone(0)) && Bridging::VlanIdOrNone().isNone());
+  EXPECT_TRUE(static_cast<bool>(Bridging::VlanIdOrNone(4094)) && !Bridging::VlanIdOrNone(1).isNone());
+}
+
 }  // namespace
 }  // namespace Stp
