@@ -117,7 +117,7 @@ class BlockPool {
   std::mutex mutex_;
 };
 
-BlockPool& mstiNSmPool() {
+[[maybe_unused]] BlockPool& mstiNSmPool() {  // unused when sanitizers take the heap
   // Never destroyed: syncers may be released from static destructors.
   static BlockPool* pool = new BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm));
   return *pool;
@@ -336,9 +336,10 @@ void* IntxInfoSyncer::ZekMstiNSm::operator new(std::size_t size) {
 void IntxInfoSyncer::ZekMstiNSm::operator delete(void* p, std::size_t size) noexcept {
   if (!p) return;
 #ifdef STPTXRX_POOL_BYPASS
-  ::operator delete(p, size);
+  (void)size;
+  ::operator delete(p);
 #else
-  if (size != sizeof(ZekMstiNSm)) return ::operator delete(p, size);
+  if (size != sizeof(ZekMstiNSm)) return ::operator delete(p);
   mstiNSmPool().deallocate(p);
 #endif
 }
