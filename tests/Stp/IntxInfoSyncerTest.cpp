@@ -165,6 +165,19 @@ TEST_F(IntxInfoSyncerTest, HandlersAllocateNothingWithoutText) {
   EXPECT_TRUE(src->sameContent(*dst));
 }
 
+// Per-instance syncers live in pooled blocks; once the last one goes, every byte is given back.
+TEST_F(IntxInfoSyncerTest, ATornDownSyncerGivesEveryByteBack) {
+  make();  // registers the call sites for good
+  syncer = nullptr;
+  Zek::test::countBytesIs(true);
+  const std::int64_t before = Zek::test::liveBytes();
+  make();
+  syncer->mstiNIs(other->mstiN(6));
+  syncer = nullptr;
+  EXPECT_EQ(Zek::test::liveBytes(), before);
+  Zek::test::countBytesIs(false);
+}
+
 // ---- IntxInfoChangeSm
 
 TEST(IntxInfoChangeSmTest, CountsWhatNoRandomRunReaches) {
