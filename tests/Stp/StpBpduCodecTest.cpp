@@ -5,6 +5,7 @@
 #include <stptxrx/Stp/StpTxRxCommon.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
 
+#include "../../tools/BpduSamples.h"
 #include "support/AllocCounter.h"
 #include "support/RecordingReactor.h"
 #include "support/TraceCapture.h"
@@ -19,6 +20,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <iomanip>
 #include <memory>
 #include <random>
 #include <sstream>
@@ -317,6 +319,11 @@ std::string text(const auto& v) {
   os << v;
   return os.str();
 }
+std::string seconds(Stp::TimerVal t) {
+  std::ostringstream os;
+  os << std::setprecision(12) << t.wire() / 256.0;
+  return os.str();
+}
 std::string hex(unsigned v, int digits = 2) {
   char b[8];
   std::snprintf(b, sizeof b, "0x%0*x", digits, v);
@@ -346,10 +353,10 @@ const std::vector<std::pair<const char*, Cist>> tsharkFields = {
     {"stp.bridge.ext", [](auto& i, auto& e) { return text(offset17(i, e).systemIdExtension); }},
     {"stp.bridge.hw", [](auto& i, auto& e) { return text(offset17(i, e).address); }},
     {"stp.port", [](auto&, auto& e) { return hex(Stp::portIdWire(e.portId()).value(), 4); }},
-    {"stp.msg_age", [](auto&, auto& e) { return text(e.messageAge().wire() / 256); }},
-    {"stp.max_age", [](auto&, auto& e) { return text(e.maxAge().wire() / 256); }},
-    {"stp.hello", [](auto&, auto& e) { return text(e.helloTime().wire() / 256); }},
-    {"stp.forward", [](auto&, auto& e) { return text(e.fwdDelay().wire() / 256); }},
+    {"stp.msg_age", [](auto&, auto& e) { return seconds(e.messageAge()); }},
+    {"stp.max_age", [](auto&, auto& e) { return seconds(e.maxAge()); }},
+    {"stp.hello", [](auto&, auto& e) { return seconds(e.helloTime()); }},
+    {"stp.forward", [](auto&, auto& e) { return seconds(e.fwdDelay()); }},
     {"mstp.config_name", [](auto& i, auto&) { return i.configNameString().str(); }},
     {"mstp.config_revision_level", [](auto& i, auto&) { return text(i.configRevisionLevel()); }},
     {"mstp.config_digest", [](auto& i, auto&) { return text(i.configDigest()); }},
@@ -434,8 +441,8 @@ TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBack) {
 }
 
 #if STPTXRX_HAVE_PCAP
-// Frames of every kind, tagged and not, as the tool writes them to a capture: tshark reads each one as its
-// record says (whole-second timers and a printable name, which tshark shows as they are).
+// Frames of every kind, tagged and not, as the tool writes them to a capture, and the RST samples through the
+// RST encoder: tshark reads each one as its record says (a printable name, which tshark shows as it is).
 TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
   if (std::system("command -v tshark >/dev/null 2>&1") != 0) GTEST_SKIP() << "tshark is not installed";
   std::mt19937 rng(7);
@@ -446,9 +453,12 @@ TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
     const auto kind = static_cast<BpduKind>(i % 4);
     IntxInfo::Ptr r = randomRecord(rng, kind, portMac);
     if (kind == BpduKind::Mst) r->stpVersionIs({3}), r->configNameStringIs("region-" + std::to_string(i));
-    if (auto e = r->mstiN(0)) e->messageAgeIs({1, 0}), e->maxAgeIs({20, 0}), e->helloTimeIs({2, 0}), e->fwdDelayIs({15, 0});
     ASSERT_TRUE(out.write(*generateBpduFromIntxInfo(portSm(), r, i % 2, 10).pkt));
     records.push_back(r);
+  }
+  for (const auto& sample : tools::sampleRecords()) {
+    records.push_back(tools::rstRecord(sample.values));
+    ASSERT_TRUE(out.write(*generatePktFromIntxInfo(portSm(), records.back(), false)));
   }
   ASSERT_TRUE(out.close());
   expectTsharkReads(path, records);

@@ -1,5 +1,5 @@
-// BPDU frame construction: frame allocation and link headers, RST encoding (golden frame, decoded by a
-// real decoder when one is installed), allocation failure, assertions, priorities and the decisions.
+// BPDU frame construction: frame allocation and link headers, RST encoding (the golden frame; tshark reads
+// the sample records' frames in StpBpduCodecTest), allocation failure, assertions, priorities and the decisions.
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/net/Pkt.h>
 #include <stptxrx/runtime/Exception.h>
@@ -11,19 +11,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#if STPTXRX_HAVE_PCAP
-#include "../../tools/Pcap.h"
-#endif
-
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <sstream>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace StpTxRx {
@@ -192,79 +182,6 @@ TEST(GeneratePktDeathTest, PreconditionsAbortWithTheirAssertionTexts) {
   EXPECT_DEATH(StpTxRxGetPkt(Bridging::VlanIdOrNone(1), portMac, 36, &bpdu), HasSubstr("Assertion `!vlan' failed"));
 }
 
-#if STPTXRX_HAVE_PCAP  // the frames reach tshark in a file written through libpcap
-// ---------------------------------------------------------------------------------------------------
-// Frames decoded by tshark
-// ---------------------------------------------------------------------------------------------------
-
-std::string macText(const Nelk::EthAddr& a) {
-  std::ostringstream os;
-  os << a;
-  return os.str();
-}
-
-TEST(TsharkDecodeTest, EveryFieldOfTheSampleRecordsDecodesToTheValueItCameFrom) {
-  if (std::system("command -v tshark >/dev/null 2>&1") != 0) {
-    GTEST_SKIP() << "tshark is not installed: frames are not decoded by a real decoder";
-  }
-  const auto samples = tools::sampleRecords();
-  const std::filesystem::path path =
-      std::filesystem::temp_directory_path() / ("stptxrx-decode-" + std::to_string(::getpid()) + ".pcap");
-  {
-    tools::PcapWriter writer(path.string());
-    for (const auto& sample : samples) {
-      Nelk::Pkt::Ptr pkt = generatePktFromIntxInfo(portSm(), tools::rstRecord(sample.values), false);
-      ASSERT_TRUE(pkt && writer.write(*pkt)) << path;
-    }
-  }
-  // Per frame, each field with the text or number the decoder must show (numbers may print in hex).
-  using Expected = std::vector<std::pair<std::string, std::variant<std::string, double>>>;
-  auto expectedOf = [](const tools::CistValues& v) -> Expected {
-    return {{"eth.dst", "01:80:c2:00:00:00"}, {"eth.src", macText(portMac)}, {"eth.len", 39.0},
-            {"frame.len", 53.0}, {"llc.dsap", 66.0}, {"llc.ssap", 66.0}, {"llc.control", 3.0},
-            {"stp.protocol", 0.0}, {"stp.version", 2.0}, {"stp.type", 2.0}, {"stp.flags", double(v.flags.value)},
-            {"stp.root.prio", double(v.rootId.priority & 0xf000)},
-            {"stp.root.ext", double(v.rootId.systemIdExtension & 0x0fff)},
-            {"stp.root.hw", macText(v.rootId.address)}, {"stp.root.cost", double(v.rootPathCost)},
-            {"stp.bridge.prio", double(v.bridgeId.priority & 0xf000)},
-            {"stp.bridge.ext", double(v.bridgeId.systemIdExtension & 0x0fff)},
-            {"stp.bridge.hw", macText(v.bridgeId.address)},
-            {"stp.port", double(((v.portId.priority >> 4) << 12) | (v.portId.portNumber & 0x0fff))},
-            {"stp.msg_age", v.messageAge.wire() / 256.0}, {"stp.max_age", v.maxAge.wire() / 256.0},
-            {"stp.hello", v.helloTime.wire() / 256.0}, {"stp.forward", v.fwdDelay.wire() / 256.0},
-            {"stp.version_1_length", 0.0}};
-  };
-  std::string command = "tshark -r '" + path.string() + "' -T fields -E separator=/t -E occurrence=f";
-  for (const auto& [field, value] : expectedOf(samples[0].values)) command += " -e " + field;
-  FILE* out = popen((command + " 2>/dev/null").c_str(), "r");
-  ASSERT_TRUE(out);
-  std::string text;
-  char chunk[4096];
-  for (std::size_t n; (n = std::fread(chunk, 1, sizeof chunk, out)) > 0;) text.append(chunk, n);
-  pclose(out);
-  std::filesystem::remove(path);
-  std::vector<std::string> rows;  // one line of tab-separated field texts per frame
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) rows.push_back(line);
-  ASSERT_EQ(rows.size(), samples.size()) << "tshark read every frame";
-
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    std::istringstream cells(rows[i]);
-    for (const auto& [field, value] : expectedOf(samples[i].values)) {
-      std::string cell;
-      std::getline(cells, cell, '\t');
-      SCOPED_TRACE(samples[i].name + " " + field + " decoded as \"" + cell + "\"");
-      ASSERT_FALSE(cell.empty()) << "not decoded";  // an absent field must not read as 0
-      if (const auto* number = std::get_if<double>(&value)) {
-        EXPECT_DOUBLE_EQ(std::strtod(cell.c_str(), nullptr), *number);  // strtod reads 0x.. too
-      } else {
-        EXPECT_EQ(cell, std::get<std::string>(value));
-      }
-    }
-  }
-}
-
-#endif  // STPTXRX_HAVE_PCAP
 
 // ---------------------------------------------------------------------------------------------------
 // Decisions
