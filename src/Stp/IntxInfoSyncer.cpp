@@ -46,9 +46,10 @@ inline void copyAttribute(const Entity* src, Entity& dst) {
 /// behind. Shares the runtime's threading rule: guarded only while Zek::threadSafePointers_ is on.
 class BlockPool {
  public:
-  explicit BlockPool(std::size_t blockSize)
-      : blockSize_((blockSize + alignof(std::max_align_t) - 1) / alignof(std::max_align_t) *
-                   alignof(std::max_align_t)) {}
+  /// Blocks of `blockSize` octets rounded up to `alignment` (at most the fundamental alignment, which
+  /// every chunk and its header have), so that consecutive blocks stay aligned for the object type.
+  BlockPool(std::size_t blockSize, std::size_t alignment)
+      : blockSize_((blockSize + alignment - 1) / alignment * alignment) {}
   BlockPool(const BlockPool&) = delete;
   BlockPool& operator=(const BlockPool&) = delete;
 
@@ -119,7 +120,8 @@ class BlockPool {
 
 [[maybe_unused]] BlockPool& mstiNSmPool() {  // unused when sanitizers take the heap
   // Never destroyed: syncers may be released from static destructors.
-  static BlockPool* pool = new BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm));
+  static_assert(alignof(IntxInfoSyncer::ZekMstiNSm) <= alignof(std::max_align_t));
+  static BlockPool* pool = new BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm), alignof(IntxInfoSyncer::ZekMstiNSm));
   return *pool;
 }
 

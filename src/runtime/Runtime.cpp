@@ -144,22 +144,23 @@ std::int64_t liveObjectCount() {
 void NotifieeList::add(NotifieeConst* n) {
   if (size_ == capacity_) {
     // Grows by copying; a dispatch in progress indexes the array afresh on every step.
+    NotifieeConst** old = slots();
     auto* grown = new NotifieeConst*[capacity_ * 2];
-    std::copy(slots_, slots_ + size_, grown);
-    if (slots_ != inline_) delete[] slots_;
-    slots_ = grown;
+    std::copy(old, old + size_, grown);
+    if (capacity_ != inlineCapacity) delete[] old;
+    heap_ = grown;
     capacity_ *= 2;
   }
-  slots_[size_++] = n;
+  slots()[size_++] = n;
   ++live_;
 }
 
 void NotifieeList::remove(NotifieeConst* n) {
+  NotifieeConst** s = slots();
   for (std::uint32_t i = 0; i < size_; ++i) {
-    if (slots_[i] == n) {
-      slots_[i] = nullptr;
+    if (s[i] == n) {
+      s[i] = nullptr;
       --live_;
-      holes_ = true;
       break;
     }
   }
@@ -167,9 +168,9 @@ void NotifieeList::remove(NotifieeConst* n) {
 }
 
 void NotifieeList::compact() {
-  if (!holes_) return;
-  size_ = static_cast<std::uint32_t>(std::remove(slots_, slots_ + size_, nullptr) - slots_);
-  holes_ = false;
+  if (live_ == size_) return;  // no holes
+  NotifieeConst** s = slots();
+  size_ = static_cast<std::uint32_t>(std::remove(s, s + size_, nullptr) - s);
 }
 
 namespace {
@@ -205,7 +206,7 @@ void NotifieeList::dispatch(const PtrInterface* notifier, AttributeId id, const 
   // Reactors added during this dispatch sit beyond `count` and do not receive this notification.
   const std::uint32_t count = size_;
   for (std::uint32_t i = 0; i < count; ++i) {
-    NotifieeConst* n = slots_[i];
+    NotifieeConst* n = slots()[i];
     if (!n || !n->hasNotificationActive()) continue;
     DispatchHold holdReactor(n);
     n->onAttribute(id, key);

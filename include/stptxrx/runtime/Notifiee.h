@@ -22,14 +22,16 @@ class NotifieeConst;
 /// dispatcher holds a counted reference on each reactor while it runs it.
 ///
 /// The first two slots live inside the list itself: nearly every entity has one or two reactors, so
-/// delivery reaches the reactor without a trip through a separately allocated array.
+/// delivery reaches the reactor without a trip through a separately allocated array. The inline slots
+/// share their storage with the pointer to the heap array (a list is one or the other, told apart by its
+/// capacity), which keeps the list, and so every entity, 16 octets smaller.
 class STPTXRX_EXPORT NotifieeList {
  public:
   NotifieeList() = default;
   NotifieeList(const NotifieeList&) = delete;
   NotifieeList& operator=(const NotifieeList&) = delete;
   ~NotifieeList() {
-    if (slots_ != inline_) delete[] slots_;
+    if (capacity_ != inlineCapacity) delete[] heap_;
   }
 
   bool empty() const { return live_ == 0; }
@@ -43,15 +45,17 @@ class STPTXRX_EXPORT NotifieeList {
 
  private:
   void compact();
+  NotifieeConst** slots() { return capacity_ == inlineCapacity ? inline_ : heap_; }
 
   static constexpr std::uint32_t inlineCapacity = 2;
-  NotifieeConst* inline_[inlineCapacity] = {};
-  NotifieeConst** slots_ = inline_;  // inline_ or a heap array of capacity_ slots
-  std::uint32_t size_ = 0;           // slots in use, holes included
+  union {
+    NotifieeConst* inline_[inlineCapacity] = {};  // while capacity_ == inlineCapacity
+    NotifieeConst** heap_;                        // a heap array of capacity_ slots otherwise
+  };
+  std::uint32_t size_ = 0;  // slots in use, holes included; holes exist exactly when live_ != size_
   std::uint32_t capacity_ = inlineCapacity;
   std::uint32_t live_ = 0;
   std::uint32_t depth_ = 0;
-  bool holes_ = false;
 };
 
 /// Base of every reactor: watches one notifier (held by counted pointer, const) and receives its

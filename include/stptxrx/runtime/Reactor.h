@@ -247,6 +247,8 @@ class ChildSet {
   template <class Members, class Has, class OwnerT>
   void mirrorAll(const Members& members, Has&& has, OwnerT* owner, std::string_view type,
                  std::string_view attribute) {
+    // Built at construction, the collection ends up as large as the source: one allocation, no growth.
+    if (map_.empty()) map_.reserve(members.size());
     for (const auto& [key, member] : members) is(member, owner, type, attribute);
     for (const auto& entry : map_) {
       if (!has(entry.first)) del(entry.first);

@@ -47,17 +47,16 @@ STPTXRX_EXPORT void typeNodesForEach(const std::function<void(const TypeNode&)>&
 /// Sum of the live counts of every registered type.
 STPTXRX_EXPORT std::int64_t liveObjectCount();
 
-/// Member object that counts one live object of a type for as long as it exists. Placed in every tracked
-/// class by ZEK_TYPE; copies count as new objects.
+/// Member object that counts one live object of `Class` (its `zekTypeNode()`) for as long as it exists.
+/// Placed in every tracked class by ZEK_TYPE; copies count as new objects. It holds nothing, so that the
+/// count costs the tracked object no space (tens of thousands of entries and reactors carry one).
+template <class Class>
 class LiveObject {
  public:
-  explicit LiveObject(TypeNode* node) : node_(node) { node_->trackAllocation(); }
-  LiveObject(const LiveObject& other) : node_(other.node_) { node_->trackAllocation(); }
+  LiveObject() { Class::zekTypeNode()->trackAllocation(); }
+  LiveObject(const LiveObject&) : LiveObject() {}
   LiveObject& operator=(const LiveObject&) { return *this; }
-  ~LiveObject() { node_->trackDeallocation(); }
-
- private:
-  TypeNode* node_;
+  ~LiveObject() { Class::zekTypeNode()->trackDeallocation(); }
 };
 
 }  // namespace Zek
@@ -70,7 +69,7 @@ class LiveObject {
   const ::Zek::TypeNode* fwkType() const override { return zekTypeNode(); } \
                                                                            \
  private:                                                                  \
-  ::Zek::LiveObject zekLive_{zekTypeNode()}
+  [[no_unique_address]] ::Zek::LiveObject<Class> zekLive_
 
 #define ZEK_TYPE_CONCAT2(a, b) a##b
 #define ZEK_TYPE_CONCAT(a, b) ZEK_TYPE_CONCAT2(a, b)
