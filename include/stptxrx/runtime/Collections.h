@@ -177,6 +177,11 @@ class HashMap {
 /// Iteration is in ascending key order and tolerates changes by the loop body: the iterator remembers the
 /// collection's change counter and, when it has moved, continues with the smallest key greater than the
 /// one it holds.
+///
+/// Lookups come mostly in ascending runs (a full copy walks one collection and looks each key up in the
+/// others) or repeat the key just found: find() tries the member after the last one found, then that one,
+/// and a key above every member, before it searches; insert() appends without searching when the key is
+/// above every member.
 template <class K, class V>
 class OrderedMap {
  public:
@@ -196,19 +201,37 @@ class OrderedMap {
   std::uint64_t version() const { return version_; }
 
   V* find(const K& key) {
+    const std::size_t n = items_.size();
+    for (std::size_t i : {hint_ + 1, hint_}) {
+      if (i < n && !(items_[i].first < key) && !(key < items_[i].first)) {
+        hint_ = i;
+        return &items_[i].second;
+      }
+    }
+    if (n == 0 || items_[n - 1].first < key) return nullptr;  // above every member: about to be appended
     auto it = lowerBound(key);
-    return (it != items_.end() && !(key < it->first)) ? &it->second : nullptr;
+    if (it == items_.end() || key < it->first) return nullptr;
+    hint_ = static_cast<std::size_t>(it - items_.begin());
+    return &it->second;
   }
   const V* find(const K& key) const { return const_cast<OrderedMap*>(this)->find(key); }
   bool contains(const K& key) const { return find(key) != nullptr; }
 
   std::pair<V*, bool> insert(const K& key, V value) {
+    if (items_.empty() || items_.back().first < key) {
+      grow();
+      items_.emplace_back(key, std::move(value));
+      ++version_;
+      hint_ = items_.size() - 1;
+      return {&items_.back().second, true};
+    }
     auto it = lowerBound(key);
     if (it != items_.end() && !(key < it->first)) return {&it->second, false};
     const auto at = it - items_.begin();
     grow();
     it = items_.insert(items_.begin() + at, value_type(key, std::move(value)));
     ++version_;
+    hint_ = static_cast<std::size_t>(at);
     return {&it->second, true};
   }
 
@@ -285,6 +308,7 @@ class OrderedMap {
 
   std::vector<value_type> items_;
   std::uint64_t version_ = 0;
+  mutable std::size_t hint_ = 0;  // index of the member last found or inserted (may be stale: checked)
 };
 
 }  // namespace Zek
