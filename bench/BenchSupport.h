@@ -1,10 +1,13 @@
 #pragma once
-// Shared by every benchmark: heap allocations made inside the timed loop, reported per iteration as the
-// counter "allocs/iter". Every benchmark executable links the counting operator new of the test support.
+// Shared by the benchmarks: heap allocations made inside the timed loop, reported per iteration as the
+// counter "allocs/iter" (every benchmark executable links the counting operator new of the test support),
+// and the bare RST frame writer that the frame encoders are measured against.
 #include "support/AllocCounter.h"
 
 #include <benchmark/benchmark.h>
+#include <stptxrx/Stp/StpTxRxUtils.h>
 
+#include <cstddef>
 #include <cstdint>
 
 namespace StpTxRx::bench {
@@ -21,5 +24,37 @@ class AllocationsPerIteration {
  private:
   std::uint64_t start_;
 };
+
+/// The untagged link header for a body of `bodySize` octets, straight into `frame`; returns the header.
+inline BpduLinkHeader* writeLinkHeader(std::uint8_t* frame, const Nelk::EthAddr& src, std::size_t bodySize) {
+  auto* header = reinterpret_cast<BpduLinkHeader*>(frame);
+  header->destinationAddress = bridgeGroupAddress.octets();
+  header->sourceAddress = src.octets();
+  header->length = static_cast<std::uint16_t>(sizeof(LlcHeader) + bodySize);
+  header->llc = LlcHeader{stpLlcSap, stpLlcSap, llcControlUi};
+  return header;
+}
+
+/// The baseline of the RST encoders: the frame of `info`'s common instance written straight into `frame`
+/// through the same wire views (no packet, no table walk, no checks); returns its size.
+inline std::size_t bareEncodeRst(const IntxInfo& info, const Nelk::EthAddr& src, std::uint8_t* frame) {
+  BpduLinkHeader* header = writeLinkHeader(frame, src, Stp::RstpBpdu::wireSize);
+  auto* rst = Stp::RstpBpdu::of(reinterpret_cast<Stp::CommonBpdu*>(header + 1));
+  rst->protocolIdentifier = 0;
+  rst->protocolVersionIdentifier = Stp::RstpBpdu::rstVersion;
+  rst->bpduType = Stp::RstpBpdu::rstType;
+  const IntxMstiInfo* cist = info.mstiN(Stp::BridgeSystemId(0)).get();
+  rst->rstpFlagsIs(cist->flags());
+  rst->rootIdentifier = Stp::bridgeIdWire(cist->cistRootBridgeId());
+  rst->rootPathCost = cist->cistExtRootPathCost();
+  rst->bridgeIdentifier = Stp::bridgeIdWire(cist->bridgeId());
+  rst->portIdentifier = Stp::portIdWire(cist->portId());
+  rst->messageAge = cist->messageAge();
+  rst->maxAge = cist->maxAge();
+  rst->helloTime = cist->helloTime();
+  rst->forwardDelay = cist->fwdDelay();
+  rst->version1Length = 0;
+  return sizeof(BpduLinkHeader) + Stp::RstpBpdu::wireSize;
+}
 
 }  // namespace StpTxRx::bench

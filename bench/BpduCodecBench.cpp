@@ -28,6 +28,8 @@ namespace {
 using namespace StpTxRx;
 
 using StpTxRx::bench::AllocationsPerIteration;
+using StpTxRx::bench::bareEncodeRst;
+using StpTxRx::bench::writeLinkHeader;
 
 const Nelk::EthAddr portMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x07);
 const Nelk::EthAddr rootMac(0x00, 0x11, 0x22, 0x33, 0x44, 0x55);
@@ -147,37 +149,7 @@ BENCHMARK(BM_DecodeMst2);
 void BM_MemcpyMst2Frame(benchmark::State& state) { memcpyFrame(state, mstRecord(2)); }
 BENCHMARK(BM_MemcpyMst2Frame);
 
-// ---- encoding: straight-line writers of the baselines
-
-BpduLinkHeader* writeLinkHeader(std::uint8_t* frame, const Nelk::EthAddr& src, std::size_t bodySize) {
-  auto* header = reinterpret_cast<BpduLinkHeader*>(frame);
-  header->destinationAddress = bridgeGroupAddress.octets();
-  header->sourceAddress = src.octets();
-  header->length = static_cast<std::uint16_t>(sizeof(LlcHeader) + bodySize);
-  header->llc = LlcHeader{stpLlcSap, stpLlcSap, llcControlUi};
-  return header;
-}
-
-// The RST frame of `info` into `frame`; returns its size.
-std::size_t bareEncodeRst(const IntxInfo& info, const Nelk::EthAddr& src, std::uint8_t* frame) {
-  BpduLinkHeader* header = writeLinkHeader(frame, src, Stp::RstpBpdu::wireSize);
-  auto* rst = Stp::RstpBpdu::of(reinterpret_cast<Stp::CommonBpdu*>(header + 1));
-  rst->protocolIdentifier = 0;
-  rst->protocolVersionIdentifier = info.stpVersion().value;
-  rst->bpduType = info.intxInfoType().value;
-  const IntxMstiInfo* cist = info.mstiN(Stp::BridgeSystemId(0)).get();
-  rst->rstpFlagsIs(cist->flags());
-  rst->rootIdentifier = Stp::bridgeIdWire(cist->cistRootBridgeId());
-  rst->rootPathCost = cist->cistExtRootPathCost();
-  rst->bridgeIdentifier = Stp::bridgeIdWire(cist->bridgeId());
-  rst->portIdentifier = Stp::portIdWire(cist->portId());
-  rst->messageAge = cist->messageAge();
-  rst->maxAge = cist->maxAge();
-  rst->helloTime = cist->helloTime();
-  rst->forwardDelay = cist->fwdDelay();
-  rst->version1Length = 0;
-  return sizeof(BpduLinkHeader) + Stp::RstpBpdu::wireSize;
-}
+// ---- encoding: straight-line writers of the baselines (the RST one is shared with the frame benchmark)
 
 // The MST frame of `info` into `frame`; returns its size.
 std::size_t bareEncodeMst(const IntxInfo& info, const Nelk::EthAddr& src, std::uint8_t* frame) {
