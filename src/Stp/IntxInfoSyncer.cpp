@@ -77,10 +77,19 @@ class BlockPool {
   // Blocks start after a header as large as the strictest fundamental alignment.
   static constexpr std::size_t chunkHeader = alignof(std::max_align_t);
 
+  // Freed blocks first; otherwise the next untouched block of the newest chunk, so that a fresh chunk is
+  // not written all over (threading a free list through it) before its blocks are used. Either way a
+  // fresh chunk hands its blocks out in address order.
   void* take() {
-    if (!free_) grow();
-    FreeBlock* b = free_;
-    free_ = b->next;
+    void* b;
+    if (free_) {
+      b = free_;
+      free_ = free_->next;
+    } else {
+      if (unused_ == chunkEnd_) grow();
+      b = unused_;
+      unused_ += blockSize_;
+    }
     ++live_;
     return b;
   }
@@ -95,12 +104,8 @@ class BlockPool {
     auto* chunk = reinterpret_cast<Chunk*>(raw);
     chunk->next = chunks_;
     chunks_ = chunk;
-    // Threaded so that blocks are handed out in address order.
-    for (std::size_t i = blocksPerChunk; i-- > 0;) {
-      auto* b = reinterpret_cast<FreeBlock*>(raw + chunkHeader + i * blockSize_);
-      b->next = free_;
-      free_ = b;
-    }
+    unused_ = raw + chunkHeader;
+    chunkEnd_ = unused_ + blockSize_ * blocksPerChunk;
   }
   void releaseChunks() noexcept {
     while (chunks_) {
@@ -109,10 +114,13 @@ class BlockPool {
       chunks_ = next;
     }
     free_ = nullptr;
+    unused_ = chunkEnd_ = nullptr;
   }
 
   const std::size_t blockSize_;
   FreeBlock* free_ = nullptr;
+  unsigned char* unused_ = nullptr;    // next never-used block of the newest chunk
+  unsigned char* chunkEnd_ = nullptr;  // end of the newest chunk
   Chunk* chunks_ = nullptr;
   std::size_t live_ = 0;
   std::mutex mutex_;
