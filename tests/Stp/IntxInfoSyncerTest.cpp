@@ -1,6 +1,6 @@
-// IntxInfoSyncer and IntxInfoChangeSm beyond what the model harness (SyncerModelTest) proves: the exact
-// writes and traces of each step, the deletion mark, the zombie and notification switches, null arguments,
-// reactors held beyond their owner, and the hot path.
+// IntxInfoSyncer and IntxInfoChangeSm: the exact writes and traces of each step, the deletion mark, the
+// zombie and notification switches, re-pointing, null arguments, reactors held beyond their owner, the
+// block pool and the hot path.
 #include <stptxrx/Stp/IntxInfoSyncer.h>
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
 #include <stptxrx/runtime/Exception.h>
@@ -148,8 +148,11 @@ TEST_F(IntxInfoSyncerTest, NullArgumentsRaiseAndHeldReactorsOutliveTheSyncerAsSi
   EXPECT_EQ(syncer->zekMstiNCount(), 0u);
   syncer->mstiNIs(src->mstiN(0));
   kept = syncer->zekMstiN(0);
+  Zek::Ptr<IntxInfoSyncer::ZekSource> keptSource = syncer->zekSource();
   syncer = nullptr;
   EXPECT_TRUE(!kept->owner() && kept->zekMarkedForDeletion() && !kept->hasNotificationActive());
+  keptSource->hasNotificationActiveIs(true);
+  src->stpVersionIs(StpBpduVersion{9}), src->neighborAddrIs(Nelk::EthAddr(2, 0, 0, 0, 0, 9));  // no owner: no copy
   kept->zekDoZombieReactors(false);
   kept->copyAllData();
   src->mstiN(0)->flagsIs(RstpBpduFlags{0x33});
@@ -165,9 +168,16 @@ TEST_F(IntxInfoSyncerTest, HandlersAllocateNothingWithoutText) {
   EXPECT_TRUE(src->sameContent(*dst));
 }
 
-// Per-instance syncers live in pooled blocks; once the last one goes, every byte is given back.
-TEST_F(IntxInfoSyncerTest, ATornDownSyncerGivesEveryByteBack) {
+// Per-instance syncers live in pooled blocks: blocks freed while others live are handed out again, and once
+// the last one goes, every byte is given back.
+TEST_F(IntxInfoSyncerTest, PooledSyncersAreReusedAndATornDownSyncerGivesEveryByteBack) {
   make();  // registers the call sites for good
+  src->mstiNIs(5);  // stays: the pool keeps its chunk
+  for (std::uint32_t round = 0; round < 3; ++round) {
+    src->mstiNDel(3), src->mstiNDel(0);
+    test::fillEntry(*src->mstiNIs(0), round), test::fillEntry(*src->mstiNIs(3), round + 1);
+  }
+  EXPECT_TRUE(src->sameContent(*dst));
   syncer = nullptr;
   Zek::test::countBytesIs(true);
   const std::int64_t before = Zek::test::liveBytes();
@@ -207,10 +217,17 @@ TEST(IntxInfoChangeSmTest, CountsWhatNoRandomRunReaches) {
     EXPECT_TRUE(sm->zekMstiN(2));
     sm->zekIntxInfo()->zekMarkedForDeletionIs(false);
     sm->zekIntxInfo()->onAttribute(IntxInfo::idMstiN, nullptr);  // a null key: nothing
+    // An instance reactor re-pointed at another record's entry replays its thirteen fields once (not again
+    // for the entry it already watches) and then follows that entry.
+    IntxInfo::Ptr foreign = recordOf(2, {0});
+    sm->mstiNIs(foreign->mstiN(0)), sm->zekMstiN(0)->notifierIs(foreign->mstiN(0));
+    foreign->mstiN(0)->flagsIs(RstpBpduFlags{0x11});
+    record->mstiN(0)->flagsIs(RstpBpduFlags{0x12});
+    EXPECT_EQ(sm->updatedFieldCount(), 18u);
     sm->zekIntxInfo()->notifierIs(nullptr);  // unbinding counts nothing, and nothing is heard after
     record->stpVersionIs(StpBpduVersion{6});
     record->mstiNDel(2);
-    EXPECT_EQ(sm->updatedFieldCount(), 4u);
+    EXPECT_EQ(sm->updatedFieldCount(), 18u);
     EXPECT_TRUE(sm->zekMstiN(2));
     // Released, a reactor held elsewhere is a detached zombie; brought back, it has no machine to count in.
     Zek::Ptr<IntxInfoChangeSm::ZekMstiN> kept = sm->zekMstiN(0);

@@ -1,6 +1,6 @@
-// The receive dynamic syncers beyond what the model harness (SyncerModelTest) proves: the exact traces,
-// levels and writes of each step, "no destination", the deletion mark, notification switching, re-pointing
-// and re-attaching sources, reinstantiation errors and the hot path.
+// The receive dynamic syncers: the exact traces, levels and writes of each step, the scalars followed,
+// "no destination", the deletion mark, notification switching, re-pointing and re-attaching sources,
+// reinstantiation errors and the hot path.
 #include <stptxrx/Stp/StpRxStatusSyncer.h>
 #include <stptxrx/runtime/Exception.h>
 
@@ -103,10 +103,11 @@ TEST_F(RxSyncerTest, EachStepWritesAndTracesExactlyThis) {
        }, "G:handleMstPortStatus() deleting intf=Ethernet3", ""},
       // sourceDel runs an empty scan and keeps the children; sourceIs re-attaches and copies the scalars.
       {"status source detached and re-attached", [&] {
+         src->peerUpdateCtrTimeIs(1.5);
          EXPECT_EQ(top->sourceDel(), src);
          EXPECT_EQ(top->sourceDel(), nullptr);
          src->peerUpdateCtrTimeIs(2.5);
-         EXPECT_EQ(dst->peerUpdateCtrTime(), 0.0);
+         EXPECT_EQ(dst->peerUpdateCtrTime(), 1.5) << "kept, not zeroed";
          top->sourceIs(src);
          EXPECT_EQ(dst->peerUpdateCtrTime(), 2.5);
          src->localHeartbeatIs(9);
@@ -136,6 +137,14 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
   EXPECT_EQ(dst->localHeartbeat() + dst->peerHeartbeat() + dst->updateCtrTime() + dst->localUpdateCtrTime() + dst->peerUpdateCtrTime(), 0);
   top->sourceIs(src);
   EXPECT_EQ(dst->peerUpdateCtrTime(), 5.5);
+  src->localHeartbeatIs(1), src->peerHeartbeatIs(2), src->updateCtrTimeIs(3), src->localUpdateCtrTimeIs(4), src->peerUpdateCtrTimeIs(5);
+  EXPECT_EQ(rec->ids(), (Ids{259, 260, 262, 263, 264, 259, 260, 262, 263, 264, 259, 260, 262, 263, 264}));
+  EXPECT_TRUE(dst->localHeartbeat() == 1 && dst->peerHeartbeat() == 2 && dst->updateCtrTime() == 3 && dst->localUpdateCtrTime() == 4);
+  Zek::Ptr<RxStatusToRxDynamicSyncer::ZekSource> extra(new RxStatusToRxDynamicSyncer::ZekSource(src, top.get()));
+  dst->localHeartbeatIs(42);
+  extra->notifierIs(nullptr);
+  EXPECT_EQ(dst->localHeartbeat(), 42u) << "unbinding copies nothing";
+  extra->ownerIs(nullptr);
   // Another source: copied and scanned; children of groups only the former source had stay.
   RxStatus::Ptr other = RxStatus::RxStatusIs();
   other->rxMstStatusIs("K");
