@@ -72,7 +72,7 @@ PktManager::~PktManager() {
   trimPool(0);
 }
 
-Pkt::Ptr PktManager::newPkt() {
+Pkt::Ptr PktManager::newPktSlow() {
   Pkt* pkt = nullptr;
   {
     PoolLock lock(mutex_);

@@ -109,7 +109,22 @@ class STPTXRX_EXPORT PktManager {
   ~PktManager();
 
   /// A new empty packet, or null when the live limit is reached.
-  Pkt::Ptr newPkt();
+  Pkt::Ptr newPkt() {
+    // In line, the steady state of a single-threaded sender: a pooled packet that kept its buffer, below
+    // the live limit. Everything else (a lock, a fresh packet or buffer, the limit) takes newPktSlow().
+    Pkt* pkt = pool_;
+    if (Zek::threadSafePointers_ || !pkt || !pkt->buffer_ || (liveLimit_ != 0 && live_ >= liveLimit_)) {
+      return newPktSlow();
+    }
+    ++live_;
+    pool_ = pkt->nextPooled_;
+    pkt->nextPooled_ = nullptr;
+    --pooled_;
+    // Pkt::reset() without its buffer check: the buffer was tested above.
+    pkt->offset_ = pkt->buffer_->capacity();
+    pkt->size_ = 0;
+    return Pkt::Ptr(pkt);
+  }
 
   std::size_t liveLimit() const { return liveLimit_; }
   /// 0: unlimited. Lowering it below liveCount() only stops new packets until enough are released.
@@ -125,6 +140,7 @@ class STPTXRX_EXPORT PktManager {
 
  private:
   friend class Pkt;
+  Pkt::Ptr newPktSlow();
   void released(Pkt* pkt);
   void trimPool(std::size_t keep);
 
