@@ -392,7 +392,7 @@ struct EncodePlan {
 BpduEncodeError planEncode(const IntxInfo& info, EncodePlan& plan) {
   if (plan.kind == BpduKind::Rejected) return BpduEncodeError::unsupportedKind;
   if (plan.kind == BpduKind::Tcn) return BpduEncodeError::none;
-  plan.cist = info.mstiN(BridgeSystemId(0)).get();
+  plan.cist = info.mstiNEntry(BridgeSystemId(0));
   if (!plan.cist) return BpduEncodeError::noCistEntry;
   if (plan.kind != BpduKind::Mst) return BpduEncodeError::none;
   if (info.configNameString().size() > Stp::MstConfigId::nameSize) return BpduEncodeError::nameTooLong;

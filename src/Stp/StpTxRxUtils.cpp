@@ -131,7 +131,7 @@ Nelk::Pkt::Ptr generatePktFromIntxInfo(Stp::MstPortSm::Ptr portSm, IntxInfo::Ptr
   rst->bpduType = Stp::RstpBpdu::rstType;
 
   // The common instance's entry; its presence is the caller's promise.
-  const IntxMstiInfo* cist = intxInfo->mstiN(Stp::BridgeSystemId(0)).get();
+  const IntxMstiInfo* cist = intxInfo->mstiNEntry(Stp::BridgeSystemId(0));
   // Flags, root identifier, root path cost, bridge identifier, port identifier and the four timers: the
   // rows the BPDU codec writes for an RST BPDU, in that order.
   bpdu::forEachCistField<false>(bpdu::writer(static_cast<Stp::ConfigBpdu&>(*rst), *cist, bpdu::FieldContext{}));

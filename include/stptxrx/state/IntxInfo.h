@@ -189,6 +189,12 @@ class STPTXRX_EXPORT IntxInfo : public Zek::Entity {
 
   /// The entry for `key`, or null.
   Zek::Ptr<IntxMstiInfo const> mstiN(BridgeSystemId key) const { return lookup(key); }
+  /// The entry for `key` without taking a reference (null when absent): for readers that finish with it
+  /// before anything can change the record, such as an encoder.
+  const IntxMstiInfo* mstiNEntry(BridgeSystemId key) const {
+    const auto* p = mstiN_.find(key);
+    return p ? p->get() : nullptr;
+  }
   Zek::Ptr<IntxMstiInfo> mstiN(BridgeSystemId key) { return lookup(key); }
   /// All entries in ascending key order (tolerates changes during the walk).
   Zek::MemberView<MstiNMap, IntxMstiInfo> mstiN() const { return Zek::MemberView<MstiNMap, IntxMstiInfo>(mstiN_); }
