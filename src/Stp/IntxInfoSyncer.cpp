@@ -196,6 +196,8 @@ Zek::Ptr<IntxInfo const> IntxInfoSyncer::sourceDel() { return source_.del(); }
 void IntxInfoSyncer::handleInitialized() {
   ZEK_BINARY_TRACE();
   STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleInitialized", "");
+  // The walks call the handlers back to back (a lookup and a loop step between them).
+  ZEK_BINARY_TRACE_RUN(handlers);
   // Held for the walks: the handlers write the destination, whose readers may do anything.
   const Zek::Ptr<IntxInfo const> src = source();
   const Zek::Ptr<IntxInfo> dst = dest_;
@@ -369,6 +371,7 @@ std::string IntxInfoSyncer::ZekMstiNSm::keyInfo() const {
 void IntxInfoSyncer::ZekMstiNSm::handleInitialized() {
   ZEK_BINARY_TRACE();
   STP_TX_SYNCER_TRACE(8, mstiNSmLabel, keyInfo(), "handleInitialized", "");
+  ZEK_BINARY_TRACE_RUN(copy);  // this block ends where the copy's ends
   copyAllData();
   initializedIs(true);
 }

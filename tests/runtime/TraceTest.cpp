@@ -189,5 +189,28 @@ TEST_F(BinaryTraceTest, RingKeepsTheLatestRecordsAndDumpsThemOldestFirst) {
   EXPECT_TRUE(BinaryTrace::recent(0, r) && r.elapsed == 0xffffffffu) << "a longer time is kept as the longest";
 }
 
+TEST_F(BinaryTraceTest, RunHandsABlockEndOnlyToTheNextBlockOfItsOwnLevelAndToTheEnclosingEnd) {
+  const std::uint32_t m = BinaryTrace::callSiteIs("void Ns::R::h()", __FILE__, 1);
+  {
+    BinaryTrace::BlockTimer enclosing(m);
+    BinaryTrace::Run run(&enclosing);
+    { BinaryTrace::BlockTimer first(m); }
+    {
+      BinaryTrace::BlockTimer second(m);
+      { BinaryTrace::BlockTimer nested1(m); }
+      { BinaryTrace::BlockTimer nested2(m); }
+    }
+  }
+  ASSERT_EQ(BinaryTrace::recordCount(), 5u);
+  BinaryTrace::Record first{}, nested1{}, nested2{}, second{}, enclosing{};
+  for (auto [back, r] : {std::pair{4u, &first}, {3u, &nested1}, {2u, &nested2}, {1u, &second}, {0u, &enclosing}}) {
+    ASSERT_TRUE(BinaryTrace::recent(back, *r));
+  }
+  const auto end = [](const BinaryTrace::Record& r) { return r.start + r.elapsed; };
+  EXPECT_EQ(second.start, end(first)) << "the run's next block starts where its last one ended";
+  EXPECT_GT(nested2.start, end(nested1)) << "blocks nested in a run's block read the counter";
+  EXPECT_EQ(end(enclosing), end(second)) << "the enclosing block ends where the run's last block ended";
+}
+
 }  // namespace
 }  // namespace Zek::test
