@@ -73,7 +73,8 @@ inline void record(std::uint32_t message, std::uint64_t start, std::uint64_t ela
 }
 
 inline bool enabled() noexcept { return enabled_; }
-inline void enabledIs(bool on) noexcept { enabled_ = on; }
+/// Switches recording on or off (defined after Run: a switch drops every open run's hand-off).
+inline void enabledIs(bool on) noexcept;
 
 /// Number of records written since the last clear (may exceed ringSize; the ring keeps the latest).
 STPTXRX_EXPORT std::uint64_t recordCount() noexcept;
@@ -112,8 +113,8 @@ class BlockTimer {
 /// in), that block ends at the stamp that ended the run's last block (when there was one), so the opener
 /// also promises that only trivial steps follow the run inside it.
 ///
-/// Runs nest (each restores the one it found) and follow the recording switch: a block started while the
-/// switch is off hands nothing on.
+/// Runs nest (each restores the one it found) and follow the recording switch: flipping it drops every
+/// open run's hand-off, so no block starts at a stamp read before the switch.
 class Run {
  public:
   explicit Run(BlockTimer* enclosing = nullptr) noexcept
@@ -132,6 +133,7 @@ class Run {
 
  private:
   friend class BlockTimer;
+  friend void enabledIs(bool on) noexcept;
 
   Run* outer_;
   BlockTimer* enclosing_;
@@ -140,13 +142,17 @@ class Run {
   bool handOff_ = false;
 };
 
+inline void enabledIs(bool on) noexcept {
+  enabled_ = on;
+  for (Run* run = ring_.run; run; run = run->outer_) run->handOff_ = false;
+}
+
 inline BlockTimer::BlockTimer(std::uint32_t message) noexcept : message_(message), on_(enabled_) {
-  Run* run = ring_.run;
   if (!on_) {
     start_ = 0;
-    if (run) run->handOff_ = false;
     return;
   }
+  Run* run = ring_.run;
   if (run && run->handOff_ && run->depth_ == ring_.depth) {
     start_ = run->stamp_;
     run->handOff_ = false;
