@@ -200,13 +200,15 @@ void NotifieeList::dispatch(const PtrInterface* notifier, AttributeId id, const 
     Depth(const Depth&) = delete;
     Depth& operator=(const Depth&) = delete;
     ~Depth() {
-      if (--list->depth_ == 0) list->compact();
+      if (--list->depth_ == 0 && list->live_ != list->size_) list->compact();  // holes left by removals
     }
   } depth(this);
   // Reactors added during this dispatch sit beyond `count` and do not receive this notification.
   const std::uint32_t count = size_;
   for (std::uint32_t i = 0; i < count; ++i) {
-    NotifieeConst* n = slots()[i];
+    // A branch, not a select of the array: predicted, it keeps the capacity load off the path to the
+    // reactor.
+    NotifieeConst* n = capacity_ == inlineCapacity ? inline_[i] : heap_[i];
     if (!n || !n->hasNotificationActive()) continue;
     DispatchHold holdReactor(n);
     n->onAttribute(id, key);
