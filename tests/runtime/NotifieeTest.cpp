@@ -53,6 +53,7 @@ TEST_F(DispatchTest, RegistrationOrderToActiveRegisteredReactorsAndAListThatGrow
   EXPECT_EQ(node->notifieeList()->size(), 3u);
   c->isRegisteredNotifieeIs(true);  // back at the end
   b->hasNotificationActiveIs(true);
+  a->notifierIs(node);  // the notifier it has: it keeps its place
   EXPECT_EQ(written(2), (Journal{"a", "b", "d", "c"}));
   // Moved one by one to a fresh entity, eight reactors take two allocations of the list: 4 and 8 slots.
   TxStatus::Ptr other = TxStatus::TxStatusIs();
