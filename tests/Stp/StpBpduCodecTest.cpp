@@ -231,7 +231,9 @@ TEST(BpduDecodeTest, EveryRuleHasItsVerdictAndARejectChangesNothing) {
     EXPECT_EQ(r.reject, row.reject) << bpduReasonText(r.reject);
     EXPECT_EQ(r.rstFallback, row.fallback) << bpduReasonText(r.rstFallback);
     EXPECT_EQ(r.valid(), row.reject == BpduReason::none);
-    if (r.valid()) EXPECT_EQ(r.destination, Nelk::EthAddr(frame[0], frame[1], frame[2], frame[3], frame[4], frame[5]));
+    if (r.valid()) {
+      EXPECT_EQ(r.destination, Nelk::EthAddr(frame[0], frame[1], frame[2], frame[3], frame[4], frame[5]));
+    }
     EXPECT_EQ(info->sameContent(*before), !r.valid()) << "a reject writes nothing; every valid kind writes";
     EXPECT_EQ(generateIntxInfoFromPkt(frame.data(), frame.size(), nullptr).reject, row.reject);
   }
