@@ -31,6 +31,22 @@ using namespace StpTxRx;
 
 constexpr unsigned instances = 65;
 
+/// One group "g0" of `ports` ports ("Ethernet1", ...), each with the record of VLAN 1 holding `instances`
+/// entries (keys 0, 1, ...): every attribute written, its txUpdate counter, txNewInfo and txHelloWhenOn set.
+void buildTree(TxStatus& status, unsigned ports) {
+  status.heartbeatTimeoutIs(2.5);
+  Zek::Ptr<TxMstStatus> group = status.txMstStatusIs(Zek::Name("g0"));
+  for (unsigned p = 0; p < ports; ++p) {
+    Zek::Ptr<TxMstPortStatus> port = group->txMstPortStatusIs(IntfId(Zek::String("Ethernet" + std::to_string(p + 1))));
+    port->txNewInfoIs(1 + p);
+    port->txHelloWhenOnIs(TimerVal(2, static_cast<std::uint8_t>(p)));
+    Zek::Ptr<IntxInfo> record = port->txInfoIs(1);
+    test::fillRecord(*record, 1 + p);
+    for (unsigned i = 0; i < instances; ++i) test::fillEntry(*record->mstiNIs(static_cast<std::uint16_t>(i)), 1 + p + i);
+    port->txUpdateIs(1, 2);
+  }
+}
+
 const char* const syncerTypes[] = {"StpTxRx::TxStatusToTxSyncer",
                                    "StpTxRx::TxStatusToTxSyncer::ZekSource",
                                    "StpTxRx::TxStatusToTxSyncer::ZekTxMstStatusSm",
@@ -49,7 +65,7 @@ std::int64_t liveSyncerObjects() {
 
 TxStatus::Ptr sourceTree(unsigned ports) {
   TxStatus::Ptr src = TxStatus::TxStatusIs();
-  test::buildTree(*src, 1, ports, 1, instances);
+  buildTree(*src, ports);
   return src;
 }
 

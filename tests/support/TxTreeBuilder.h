@@ -1,5 +1,5 @@
 #pragma once
-// Building transmit records and status trees for tests and benchmarks. Header-only; needs nothing but the
+// Filling transmit records and status trees for tests and benchmarks. Header-only; needs nothing but the
 // library.
 #include <stptxrx/state/TxStatus.h>
 
@@ -54,29 +54,6 @@ inline Zek::Ptr<IntxInfo> recordIs(TxStatus& status, const char* group, const ch
   fillRecord(*record, seed);
   for (std::uint16_t key : instances) fillEntry(*record->mstiNIs(key), seed + key);
   return record;
-}
-
-/// A regular tree: `groups` groups ("g0", ...), each with `ports` ports ("Ethernet1", ...), each port with
-/// `vlans` records (VLANs 1, 2, ...) of `instances` entries (keys 0, 1, ...), every attribute written,
-/// one non-zero txUpdate counter per record, txNewInfo and txHelloWhenOn set.
-inline void buildTree(TxStatus& status, unsigned groups, unsigned ports, unsigned vlans, unsigned instances,
-                      std::uint32_t seed = 1) {
-  status.heartbeatTimeoutIs(2.5);
-  for (unsigned g = 0; g < groups; ++g) {
-    Zek::Ptr<TxMstStatus> group = status.txMstStatusIs(Zek::Name("g" + std::to_string(g)));
-    for (unsigned p = 0; p < ports; ++p) {
-      Zek::Ptr<TxMstPortStatus> port = group->txMstPortStatusIs(IntfId(Zek::String("Ethernet" + std::to_string(p + 1))));
-      port->txNewInfoIs(seed + p);
-      port->txHelloWhenOnIs(TimerVal(2, static_cast<std::uint8_t>(p)));
-      for (unsigned v = 0; v < vlans; ++v) {
-        const VlanIdOrNone vlan(static_cast<std::uint16_t>(v + 1));
-        Zek::Ptr<IntxInfo> record = port->txInfoIs(vlan);
-        fillRecord(*record, seed + p + v);
-        for (unsigned i = 0; i < instances; ++i) fillEntry(*record->mstiNIs(std::uint16_t(i)), seed + p + v + i);
-        port->txUpdateIs(vlan, seed + v + 1);
-      }
-    }
-  }
 }
 
 }  // namespace StpTxRx::test
