@@ -535,14 +535,7 @@ TEST(ReceiveBpduTest, AValidFrameFillsTheRecordARejectOnlyCountsEveryFrameIsCoun
     receiveBpdu(port, 3, f.data(), f.size());
     row.reject == BpduReason::none ? ++expected.of(row.kind) : (++expected.rejected, ++expected.of(row.reject));
   }
-  EXPECT_EQ(port->counters(), expected);
-  PortCounters some;
-  some.configRx = 1;
-  some.rateLimited = 2;
-  some.of(BpduReason::notStpLlc) = 3;
-  std::ostringstream printed;
-  printed << some;
-  EXPECT_EQ(printed.str(), "config=1 tcn=0 rst=0 mst=0 rejected=0 rate-limited=2 notStpLlc=3");
+  EXPECT_EQ(port->counters(), expected);  // their printed form: the tool's summary line (PcapToolTest)
   EXPECT_EQ(port->bpduCount(), 4 + rows().size());
 }
 
