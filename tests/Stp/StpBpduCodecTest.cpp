@@ -493,10 +493,14 @@ TEST(BpduEncodeTest, RefusesWhatTheWireCannotCarryWithAClearError) {
             BpduEncodeError::missingInput);
 }
 
-TEST(BpduEncodeTest, RstIsTheDescribedFrameAndAnEmptyPoolGivesTheRstPathTraces) {
+TEST(BpduEncodeTest, RstAndTcnAreTheDescribedFramesAndAnEmptyPoolGivesTheRstPathTraces) {
   IntxInfo::Ptr rst = mstRecord();
   rst->stpVersionIs({2});
   EXPECT_EQ(encode(rst), octetsOf(generatePktFromIntxInfo(portSm(), rst, false)));
+  IntxInfo::Ptr tcn = IntxInfo::IntxInfoIs(0);  // a new record: version 0
+  tcn->intxInfoTypeIs({0x80});
+  EXPECT_EQ(encode(tcn), (Octets{0x01, 0x80, 0xc2, 0, 0, 0, 0x02, 0, 0, 0, 0, 0x07, 0x00, 0x07, 0x42, 0x42, 0x03,
+                                 0x00, 0x00, 0x00, 0x80}));
 
   Zek::test::TraceCapture cap({"StpTxRx/2-3"});
   Nelk::PktManager& pool = Nelk::globalPktManager();
