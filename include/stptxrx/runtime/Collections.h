@@ -181,7 +181,8 @@ class HashMap {
 /// Lookups come mostly in ascending runs (a full copy walks one collection and looks each key up in the
 /// others) or repeat the key just found: find() tries the member after the last one found, then that one,
 /// and a key above every member, before it searches; insert() appends without searching when the key is
-/// above every member.
+/// above every member. The remembered position is written by const lookups too: like every entity, an
+/// OrderedMap is read and written by one thread at a time.
 template <class K, class V>
 class OrderedMap {
  public:
