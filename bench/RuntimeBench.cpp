@@ -2,8 +2,11 @@
 //  - an attribute write that notifies one reactor (Entity::attributeIs -> dispatch -> onAttribute),
 //    beside a bare virtual call of the same handler;
 //  - a counted pointer copy with plain and with atomic counts, beside a raw pointer copy;
-//  - a text trace whose level is off, beside an empty loop (target: about 1 ns, no allocation).
+//  - a text trace whose level is off, beside an empty loop (target: about 1 ns, no allocation);
+//  - one block timed by the binary trace (two counter reads and a ring record), beside the two counter
+//    reads alone: what every syncer handler pays for its timer, and the floor of that cost here.
 // Heap allocations per iteration are reported as "allocs/iter"; every figure here should be 0.
+#include <stptxrx/runtime/BinaryTrace.h>
 #include <stptxrx/runtime/Entity.h>
 #include <stptxrx/runtime/Notifiee.h>
 #include <stptxrx/runtime/Ptr.h>
@@ -118,6 +121,26 @@ void BM_Baseline_EmptyLoop(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_Baseline_EmptyLoop);
+
+void BM_BinaryTraceBlock(benchmark::State& state) {
+  std::uint64_t i = 0;
+  for (auto _ : state) {
+    ZEK_BINARY_TRACE();
+    benchmark::DoNotOptimize(++i);
+  }
+  if (Zek::BinaryTrace::recordCount() < static_cast<std::uint64_t>(state.iterations())) {
+    state.SkipWithError("blocks not recorded");
+  }
+}
+BENCHMARK(BM_BinaryTraceBlock);
+
+void BM_Baseline_TwoCounterReads(benchmark::State& state) {
+  for (auto _ : state) {
+    const std::uint64_t start = Zek::BinaryTrace::now();
+    benchmark::DoNotOptimize(Zek::BinaryTrace::now() - start);
+  }
+}
+BENCHMARK(BM_Baseline_TwoCounterReads);
 
 }  // namespace
 
