@@ -53,15 +53,17 @@ STPTXRX_EXPORT std::uint32_t callSiteIs(const char* prettyFunction, const char* 
 STPTXRX_EXPORT const std::string& messageText(std::uint32_t id);
 
 class Run;
+class BlockTimer;
 
 /// The ring itself: plain data with a trivial destructor, so that handlers running from static destructors
 /// can still record. Written in line by every block timer (no call, no initialisation guard); read by the
 /// functions below.
 struct alignas(64) RingState {
   Record records[ringSize];
-  std::uint64_t written;  ///< records written since the last clear
-  std::uint32_t depth;    ///< recording block timers open right now
-  Run* run;               ///< the innermost open run, or null
+  std::uint64_t written;       ///< records written since the last clear
+  Run* run;                    ///< the innermost open run, or null
+  const BlockTimer* givenFor;  ///< the block whose end a closing run handed over, or null
+  std::uint64_t givenEnd;      ///< that end stamp
 };
 STPTXRX_EXPORT extern RingState ring_;
 
@@ -85,6 +87,10 @@ STPTXRX_EXPORT bool recent(std::uint32_t back, Record& out) noexcept;
 STPTXRX_EXPORT void dump(std::ostream& os);
 
 /// Records the time from its construction to its destruction under one message id.
+///
+/// Lean on purpose: a block that is not one of a run's keeps only its start and its message, and at its
+/// end writes one ring record and the count. Its stores wait until the handler's earlier loads retire,
+/// which on a large switch are cache misses; run state lives in the Run and the ring instead.
 class BlockTimer {
  public:
   explicit BlockTimer(std::uint32_t message) noexcept;
@@ -94,12 +100,10 @@ class BlockTimer {
 
  private:
   friend class Run;
+  std::uint64_t begin() noexcept;  // the start stamp of a recording block; claims an open run it starts in
 
+  std::uint64_t start_;  // 0: recording was off when the block started, and the block records nothing
   std::uint32_t message_;
-  bool on_;
-  bool endGiven_ = false;
-  std::uint64_t start_;
-  std::uint64_t end_ = 0;  // when endGiven_: the stamp the block ends at, read by its run's last block
 };
 
 /// Blocks timed back to back: while a run is open, a block that its opener starts directly (at the run's
@@ -114,20 +118,20 @@ class BlockTimer {
 /// also promises that only trivial steps follow the run inside it.
 ///
 /// Runs nest (each restores the one it found) and follow the recording switch: flipping it drops every
-/// open run's hand-off, so no block starts at a stamp read before the switch.
+/// open run's hand-off, so no block starts or ends at a stamp read before the switch.
 class Run {
  public:
-  explicit Run(BlockTimer* enclosing = nullptr) noexcept
-      : outer_(ring_.run), enclosing_(enclosing), depth_(ring_.depth) {
+  explicit Run(BlockTimer* enclosing = nullptr) noexcept : outer_(ring_.run), enclosing_(enclosing) {
     ring_.run = this;
   }
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
   ~Run() {
     ring_.run = outer_;
-    if (enclosing_ && handOff_) {
-      enclosing_->end_ = stamp_;
-      enclosing_->endGiven_ = true;
+    // Read by the enclosing block when it ends, right after this.
+    if (enclosing_ && enclosing_->start_ && handOff_) {
+      ring_.givenFor = enclosing_;
+      ring_.givenEnd = stamp_;
     }
   }
 
@@ -137,38 +141,45 @@ class Run {
 
   Run* outer_;
   BlockTimer* enclosing_;
-  std::uint64_t stamp_ = 0;  // when handOff_: the stamp that ended the run's latest block
-  std::uint32_t depth_;      // ring_.depth of the run's own blocks when they start
+  const BlockTimer* current_ = nullptr;  // the run's own block open now; blocks starting meanwhile nest in it
+  std::uint64_t stamp_ = 0;              // when handOff_: the stamp that ended the run's latest block
   bool handOff_ = false;
 };
 
 inline void enabledIs(bool on) noexcept {
   enabled_ = on;
+  ring_.givenFor = nullptr;
   for (Run* run = ring_.run; run; run = run->outer_) run->handOff_ = false;
 }
 
-inline BlockTimer::BlockTimer(std::uint32_t message) noexcept : message_(message), on_(enabled_) {
-  if (!on_) {
-    start_ = 0;
-    return;
-  }
+inline BlockTimer::BlockTimer(std::uint32_t message) noexcept
+    : start_(enabled_ ? begin() : 0), message_(message) {}
+
+inline std::uint64_t BlockTimer::begin() noexcept {
   Run* run = ring_.run;
-  if (run && run->handOff_ && run->depth_ == ring_.depth) {
-    start_ = run->stamp_;
-    run->handOff_ = false;
-  } else {
-    start_ = now();
+  if (run && !run->current_) {
+    run->current_ = this;
+    if (run->handOff_) {
+      run->handOff_ = false;
+      return run->stamp_;
+    }
   }
-  ++ring_.depth;
+  return now();
 }
 
 inline BlockTimer::~BlockTimer() {
-  if (!on_) return;
-  --ring_.depth;
-  const std::uint64_t end = endGiven_ ? end_ : now();
+  if (!start_) return;
+  std::uint64_t end;
+  if (ring_.givenFor == this) {
+    ring_.givenFor = nullptr;
+    end = ring_.givenEnd;
+  } else {
+    end = now();
+  }
   record(message_, start_, end - start_);
   Run* run = ring_.run;
-  if (run && run->depth_ == ring_.depth) {
+  if (run && run->current_ == this) {
+    run->current_ = nullptr;
     run->stamp_ = end;
     run->handOff_ = true;
   }
