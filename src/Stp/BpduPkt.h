@@ -7,7 +7,17 @@
 
 #include <cstdint>
 
+namespace Zek {
+class TraceHandle;
+}
+
 namespace StpTxRx {
+
+/// The "StpTxRx" trace handle, read in line on the frame paths (the exported _defaultTraceHandle() is
+/// the same handle). Set on first use; the library runs on one thread.
+extern Zek::TraceHandle* frameTraceHandle;
+Zek::TraceHandle* frameTraceHandleIs();
+inline Zek::TraceHandle* frameTrace() { return frameTraceHandle ? frameTraceHandle : frameTraceHandleIs(); }
 
 /// A packet from the global packet manager holding the link header (tagged when `tagged`, with the low
 /// 12 bits of `vlan`) for a body of `size` octets; `*bpdu` is set to the body start. Null, with the

@@ -302,11 +302,11 @@ BpduDecodeResult receive(RxMstPortStatus& port, Bridging::VlanIdOrNone vlan, con
                          std::size_t size, std::uint32_t dropped) {
   const Parsed p = parseFrame(frame, size);
   if (!p.result.valid()) {
-    ZEK_TRACE(_defaultTraceHandle(), 7,
+    ZEK_TRACE(frameTrace(), 7,
               "receiveBpdu: " << port.intfId() << " vlan " << vlan << " from " << p.result.source
                               << ": reject: " << bpduReasonText(p.result.reject));
   } else {
-    ZEK_TRACE(_defaultTraceHandle(), 8,
+    ZEK_TRACE(frameTrace(), 8,
               "receiveBpdu: " << port.intfId() << " vlan " << vlan << " from " << p.result.source << ": "
                               << p.result.kind);
     fill(p, *port.rxInfoIs(vlan));
@@ -446,7 +446,7 @@ BpduEncodeError writeBody(const EncodePlan& plan, const IntxInfo& info, CommonBp
 
 BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, const IntxInfo::Ptr& intxInfo,
                                           bool tagged, Bridging::VlanIdOrNone vlan) {
-  ZEK_TRACE(_defaultTraceHandle(), 8,
+  ZEK_TRACE(frameTrace(), 8,
             "generateBpduFromIntxInfo: Called for " << IntxInfo::PtrConst(intxInfo) << " tagged: " << tagged
                                                     << " vlan: " << vlan);
   BpduEncodeResult result;
@@ -458,7 +458,7 @@ BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, con
     result.error = planEncode(*intxInfo, plan);
   }
   if (result.error != BpduEncodeError::none) {
-    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
+    ZEK_TRACE(frameTrace(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
     return result;
   }
 
@@ -466,14 +466,14 @@ BpduEncodeResult generateBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm, con
   result.pkt =
       newBpduPkt(portSm->port()->portAddr(), static_cast<std::uint32_t>(bodySizeOf(plan)), tagged, vlan, &body);
   if (!result.pkt) {
-    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpdu: failed to allocate pkt ");
+    ZEK_TRACE(frameTrace(), 2, "generateBpdu: failed to allocate pkt ");
     result.error = BpduEncodeError::allocationFailed;
     return result;
   }
   result.error = writeBody(plan, *intxInfo, body);
   if (result.error != BpduEncodeError::none) {
     result.pkt = nullptr;  // back to the pool, never seen
-    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
+    ZEK_TRACE(frameTrace(), 2, "generateBpduFromIntxInfo: " << bpduEncodeErrorText(result.error));
   }
   return result;
 }

@@ -8,13 +8,13 @@
 
 namespace StpTxRx {
 
-Zek::TraceHandle* _defaultTraceHandle() {
-  // A plain flag rather than a guarded static: the library runs on one thread, and this sits on the
-  // frame path.
-  static Zek::TraceHandle* handle = nullptr;
-  if (!handle) handle = Zek::traceHandleIs("StpTxRx");
-  return handle;
-}
+// A plain pointer rather than a guarded static: the library runs on one thread, and this sits on the
+// frame path.
+Zek::TraceHandle* frameTraceHandle = nullptr;
+
+Zek::TraceHandle* frameTraceHandleIs() { return frameTraceHandle = Zek::traceHandleIs("StpTxRx"); }
+
+Zek::TraceHandle* _defaultTraceHandle() { return frameTrace(); }
 
 const Zek::String nsPrefix("ns-");
 
@@ -76,7 +76,7 @@ Nelk::Pkt::Ptr newBpduPkt(const Nelk::EthAddr& srcMac, U32 size, bool tagged, Br
                           Stp::CommonBpdu** bpdu) {
   Nelk::Pkt::Ptr pkt = Nelk::globalPktManager().newPkt();
   if (!pkt) {
-    ZEK_TRACE_AT(_defaultTraceHandle(), 3, __FILE__, "StpTxRxGetPkt", "Packet allocation failed");
+    ZEK_TRACE_AT(frameTrace(), 3, __FILE__, "StpTxRxGetPkt", "Packet allocation failed");
     return pkt;
   }
   // The header goes into the packet's head room (the packet library replaces the buffer when it is too
@@ -90,14 +90,14 @@ Nelk::Pkt::Ptr newBpduPkt(const Nelk::EthAddr& srcMac, U32 size, bool tagged, Br
 }
 
 Nelk::Pkt::Ptr StpTxRxGetPkt(Bridging::VlanIdOrNone vlan, Nelk::EthAddr srcMac, U32 size, Stp::CommonBpdu** bpdu) {
-  ZEK_TRACE(_defaultTraceHandle(), 8,
+  ZEK_TRACE(frameTrace(), 8,
             "StpTxRxGetPkt" << ": called for vlan " << vlan << " src mac: " << srcMac << " size: " << size);
   ZEK_ASSERT(!vlan);
   return newBpduPkt(srcMac, size, false, vlan, bpdu);
 }
 
 Nelk::Pkt::Ptr StpTxRxGetPvstPkt(Stp::MstPortSm*, U32, Stp::CommonBpdu**, Bridging::VlanIdOrNone) {
-  ZEK_TRACE(_defaultTraceHandle(), 8,
+  ZEK_TRACE(frameTrace(), 8,
             "Nelk::Pkt::Ptr StpTxRx::StpTxRxGetPvstPkt(Stp::MstPortSm*, U32, Stp::CommonBpdu**, "
             "Bridging::VlanIdOrNone)");
   return nullptr;
@@ -108,7 +108,7 @@ Nelk::Pkt::Ptr StpTxRxGetPvstPkt(Stp::MstPortSm*, U32, Stp::CommonBpdu**, Bridgi
 Nelk::Pkt::Ptr generatePktFromIntxInfo(Stp::MstPortSm::Ptr portSm, IntxInfo::Ptr intxInfo, bool tagged) {
   static constexpr const char* function =
       "Nelk::Pkt::Ptr StpTxRx::generatePktFromIntxInfo(Stp::MstPortSm::Ptr, StpTxRx::IntxInfo::Ptr, bool)";
-  ZEK_TRACE(_defaultTraceHandle(), 8,
+  ZEK_TRACE(frameTrace(), 8,
             "generatePktFromIntxInfo" << ": Called for " << IntxInfo::PtrConst(intxInfo) << " tagged: " << tagged);
 
   // Only the RST version is encoded here; MST and the other versions are built elsewhere.
@@ -121,7 +121,7 @@ Nelk::Pkt::Ptr generatePktFromIntxInfo(Stp::MstPortSm::Ptr portSm, IntxInfo::Ptr
   Stp::CommonBpdu* bpdu = nullptr;
   Nelk::Pkt::Ptr pkt = StpTxRxGetPkt(Bridging::VlanIdOrNone(), portAddr, Stp::RstpBpdu::wireSize, &bpdu);
   if (!pkt) {
-    ZEK_TRACE(_defaultTraceHandle(), 2, "generateBpdu: failed to allocate pkt ");
+    ZEK_TRACE(frameTrace(), 2, "generateBpdu: failed to allocate pkt ");
     return pkt;
   }
 

@@ -29,18 +29,12 @@ void Pkt::reset() {
   size_ = 0;
 }
 
-std::uint8_t* Pkt::headDataIs(std::size_t n) {
-  ZEK_ASSERT(buffer_);
-  ZEK_ASSERT(offset_ <= buffer_->capacity() && size_ <= buffer_->capacity() - offset_);
-  if (n > offset_) {
-    // Same layout in a buffer n octets longer: everything moves n octets back, so the data gains the
-    // missing head room and the head room left after the prepend equals the one there was before.
-    Zek::Ptr<PktBuffer> grown = PktBuffer::PktBufferIs(buffer_->capacity() + n);
-    if (size_) std::memcpy(grown->bytes() + offset_ + n, buffer_->bytes() + offset_, size_);
-    buffer_ = std::move(grown);
-    offset_ += n;
-  }
-  offset_ -= n;
+std::uint8_t* Pkt::growHead(std::size_t n) {
+  // Same layout in a buffer n octets longer: everything moves n octets back, so the data gains the
+  // missing head room and the head room left after the prepend equals the one there was before.
+  Zek::Ptr<PktBuffer> grown = PktBuffer::PktBufferIs(buffer_->capacity() + n);
+  if (size_) std::memcpy(grown->bytes() + offset_ + n, buffer_->bytes() + offset_, size_);
+  buffer_ = std::move(grown);
   size_ += n;
   return buffer_->bytes() + offset_;
 }

@@ -1,4 +1,5 @@
 #pragma once
+#include <stptxrx/runtime/Assert.h>
 #include <stptxrx/runtime/Export.h>
 #include <stptxrx/runtime/Ptr.h>
 
@@ -54,7 +55,15 @@ class STPTXRX_EXPORT Pkt : public Zek::PtrInterface {
   /// shared buffer is replaced by a new one of the old buffer's capacity plus `n`, the existing data
   /// copied behind the new head room (the head room left afterwards is the one there was before; the
   /// space behind the data is kept too). `n` = 0 changes nothing. Other holders of the old buffer keep it.
-  std::uint8_t* headDataIs(std::size_t n);
+  std::uint8_t* headDataIs(std::size_t n) {
+    ZEK_ASSERT(buffer_);
+    ZEK_ASSERT(offset_ <= buffer_->capacity() && size_ <= buffer_->capacity() - offset_);
+    // In line while the head room holds `n` (a pooled packet and a BPDU always); growHead() otherwise.
+    if (n > offset_) return growHead(n);
+    offset_ -= n;
+    size_ += n;
+    return buffer_->bytes() + offset_;
+  }
 
   /// The shared buffer; never null.
   const Zek::Ptr<PktBuffer>& buffer() const { return buffer_; }
@@ -73,6 +82,8 @@ class STPTXRX_EXPORT Pkt : public Zek::PtrInterface {
 
   /// Empty again, with the whole buffer as head room.
   void reset();
+  /// headDataIs(n) when the head room is shorter than `n`: the data moves to a larger buffer.
+  std::uint8_t* growHead(std::size_t n);
 
   PktManager* manager_;
   Zek::Ptr<PktBuffer> buffer_;

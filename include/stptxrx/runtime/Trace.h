@@ -95,6 +95,13 @@ class STPTXRX_EXPORT CapturingTraceSink : public TraceSink {
   std::vector<Line> lines_;
 };
 
+/// Runs `build` out of line: the text a trace builds when its level is on (a string stream and its
+/// clean-up) stays out of the traced function, whose frame then costs what it would without the trace.
+template <class F>
+[[gnu::noinline, gnu::cold]] void traceCold(const F& build) noexcept {
+  build();
+}
+
 }  // namespace Zek
 
 /// Traces the streamed expression `msg` (e.g. "a" << x << "b") on `handle` at `level` when that level is
@@ -112,10 +119,10 @@ class STPTXRX_EXPORT CapturingTraceSink : public TraceSink {
     ::Zek::TraceHandle* zekTraceHandle_ = (handle);                                    \
     if (zekTraceHandle_->enabled(level)) {                                             \
       const char* zekTraceFunction_ = (function);                                      \
-      [&]() noexcept {                                                                 \
+      ::Zek::traceCold([&]() noexcept {                                                \
         std::ostringstream zekTraceOs_;                                                \
         zekTraceOs_ << msg;                                                            \
         zekTraceHandle_->emit(level, file, __LINE__, zekTraceFunction_, zekTraceOs_.view()); \
-      }();                                                                             \
+      });                                                                              \
     }                                                                                  \
   } while (0)
