@@ -5,6 +5,8 @@
 //  - one entry attribute changed on the source and propagated, over random entries, beside the same
 //    source write followed by a direct write of the destination entry; run with repetitions so that the
 //    median is reported;
+//  - the same propagation with the binary trace on over off, in alternating batches over one tree: the
+//    ratio that the rows above, each timed at its own moment, show only as well as the machine holds still;
 //  - teardown of the syncer (the destination stays), with every live count of the syncer types checked to
 //    be back to 0;
 //  - memory per mirrored entry: live heap bytes of the source tree, the destination tree and the syncer
@@ -21,7 +23,9 @@
 #include <stptxrx/runtime/TypeRegistry.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <map>
 #include <random>
 #include <vector>
 
@@ -164,24 +168,73 @@ EntryPairs entryPairs(TxStatus& src, TxStatus& dst) {
   return pairs;
 }
 
+/// The trees of the syncer rows, built once per port count and shared by the trace-on and trace-off rows:
+/// a cold propagation's cost depends on where the allocator put 33 MB of tree, and two separately built
+/// trees differ by more than the trace does.
+struct PropagationTrees {
+  TxStatus::Ptr src;
+  TxStatus::Ptr dst;
+  TxStatusToTxSyncer::Ptr syncer;
+  EntryPairs pairs;
+  std::size_t next = 0;          // the next pair to update
+  PathCost cost = 1000000000;    // above every value the tree was built with; only grows
+};
+
+PropagationTrees& propagationTrees(unsigned ports) {
+  static std::map<unsigned, PropagationTrees> trees;
+  auto [it, added] = trees.try_emplace(ports);
+  PropagationTrees& t = it->second;
+  if (added) {
+    t.src = sourceTree(ports);
+    t.dst = TxStatus::TxStatusIs();
+    t.syncer = txStatusToTxSyncerFactory(t.src, t.dst);
+    t.pairs = entryPairs(*t.src, *t.dst);
+  }
+  return t;
+}
+
 void BM_OneAttribute_Syncer(benchmark::State& state) {
-  TxStatus::Ptr src = sourceTree(static_cast<unsigned>(state.range(0)));
+  PropagationTrees& trees = propagationTrees(static_cast<unsigned>(state.range(0)));
   Zek::BinaryTrace::enabledIs(state.range(1) != 0);
-  TxStatus::Ptr dst = TxStatus::TxStatusIs();
-  TxStatusToTxSyncer::Ptr syncer = txStatusToTxSyncerFactory(src, dst);
-  EntryPairs pairs = entryPairs(*src, *dst);
+  EntryPairs& pairs = trees.pairs;
   const std::size_t n = pairs.src.size();
-  std::size_t i = 0;
-  PathCost cost = 1;
   for (auto _ : state) {
-    pairs.src[i]->cistExtRootPathCostIs(++cost);
-    if (++i == n) i = 0;
+    pairs.src[trees.next]->cistExtRootPathCostIs(++trees.cost);
+    if (++trees.next == n) trees.next = 0;
   }
   // The last value written must have arrived.
-  const std::size_t last = (i + n - 1) % n;
-  if (pairs.dst[last]->cistExtRootPathCost() != cost) state.SkipWithError("not propagated");
+  if (pairs.dst[(trees.next + n - 1) % n]->cistExtRootPathCost() != trees.cost) state.SkipWithError("not propagated");
   Zek::BinaryTrace::enabledIs(true);
 }
+
+// Trace on over trace off, measured in alternating batches of updates over the same tree, so that drift in
+// the machine (a neighbour's memory traffic, say) falls on both alike. Reports each mode's wall time per
+// update and their ratio.
+void BM_OneAttribute_TraceOnOverOff(benchmark::State& state) {
+  PropagationTrees& trees = propagationTrees(static_cast<unsigned>(state.range(0)));
+  EntryPairs& pairs = trees.pairs;
+  const std::size_t n = pairs.src.size();
+  constexpr int batch = 4096;
+  double seconds[2] = {0, 0};  // [trace off, trace on]
+  for (auto _ : state) {
+    for (int on : {1, 0}) {
+      Zek::BinaryTrace::enabledIs(on != 0);
+      const auto start = std::chrono::steady_clock::now();
+      for (int k = 0; k < batch; ++k) {
+        pairs.src[trees.next]->cistExtRootPathCostIs(++trees.cost);
+        if (++trees.next == n) trees.next = 0;
+      }
+      seconds[on] += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    }
+  }
+  Zek::BinaryTrace::enabledIs(true);
+  if (pairs.dst[(trees.next + n - 1) % n]->cistExtRootPathCost() != trees.cost) state.SkipWithError("not propagated");
+  const double updates = double(state.iterations()) * batch;
+  state.counters["on_ns"] = seconds[1] / updates * 1e9;
+  state.counters["off_ns"] = seconds[0] / updates * 1e9;
+  state.counters["on/off"] = seconds[1] / seconds[0];
+}
+BENCHMARK(BM_OneAttribute_TraceOnOverOff)->ArgName("ports")->Arg(1024)->Arg(16)->Repetitions(5)->ReportAggregatesOnly(true);
 // 1024 ports: the tree (about 33 MB with the syncer) does not stay in cache; 16 ports (1,040 entries) does.
 BENCHMARK(BM_OneAttribute_Syncer)
     ->ArgsProduct({{1024, 16}, {1, 0}})
