@@ -221,7 +221,7 @@ void IntxInfoSyncer::handleInitialized() {
 void IntxInfoSyncer::handleMstiN(BridgeSystemId mstiId) {
   ZEK_BINARY_TRACE();
   const IntxInfo* src = sourceRecord();
-  if (src && src->mstiN(mstiId)) {
+  if (src && src->mstiNEntry(mstiId)) {
     STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "setting mstiId=" << mstiId);
     dest_->mstiNIs(mstiId);
   } else {
@@ -279,7 +279,7 @@ void IntxInfoSyncer::mstiNDelAll() { zekMstiN_.delAll(); }
 
 void IntxInfoSyncer::mirrorMstiN(const IntxInfo& record) {
   zekMstiN_.mirrorAll(
-      record.mstiN(), [&record](BridgeSystemId key) { return static_cast<bool>(record.mstiN(key)); }, this,
+      record.mstiN(), [&record](BridgeSystemId key) { return record.mstiNEntry(key) != nullptr; }, this,
       typeName, mstiNName);
 }
 

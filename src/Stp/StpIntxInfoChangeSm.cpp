@@ -66,7 +66,7 @@ void IntxInfoChangeSm::mstiNDelAll() { zekMstiN_.delAll(); }
 
 void IntxInfoChangeSm::mirrorMstiN(const IntxInfo& record) {
   zekMstiN_.mirrorAll(
-      record.mstiN(), [&record](BridgeSystemId key) { return static_cast<bool>(record.mstiN(key)); }, this,
+      record.mstiN(), [&record](BridgeSystemId key) { return record.mstiNEntry(key) != nullptr; }, this,
       typeName, mstiNName);
 }
 

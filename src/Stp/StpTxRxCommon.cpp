@@ -21,7 +21,7 @@ void copyIntxInfo(Zek::Ptr<IntxInfo const> src, Zek::Ptr<IntxInfo> dst) {
   // Every source key is now in dst, so equal counts mean equal key sets.
   if (dst->mstiNCount() == src->mstiNCount()) return;
   for (const auto& entry : dst->mstiN()) {
-    if (!src->mstiN(entry.first)) dst->mstiNDel(entry.first);
+    if (!src->mstiNEntry(entry.first)) dst->mstiNDel(entry.first);
   }
 }
 
