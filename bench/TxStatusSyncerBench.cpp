@@ -180,9 +180,13 @@ struct PropagationTrees {
   PathCost cost = 1000000000;    // above every value the tree was built with; only grows
 };
 
-PropagationTrees& propagationTrees(unsigned ports) {
+std::map<unsigned, PropagationTrees>& sharedTrees() {
   static std::map<unsigned, PropagationTrees> trees;
-  auto [it, added] = trees.try_emplace(ports);
+  return trees;
+}
+
+PropagationTrees& propagationTrees(unsigned ports) {
+  auto [it, added] = sharedTrees().try_emplace(ports);
   PropagationTrees& t = it->second;
   if (added) {
     t.src = sourceTree(ports);
@@ -192,6 +196,9 @@ PropagationTrees& propagationTrees(unsigned ports) {
   }
   return t;
 }
+
+/// Drops the shared trees: the rows that count live syncer objects or heap bytes must not see them.
+void releasePropagationTrees() { sharedTrees().clear(); }
 
 void BM_OneAttribute_Syncer(benchmark::State& state) {
   PropagationTrees& trees = propagationTrees(static_cast<unsigned>(state.range(0)));
@@ -291,6 +298,7 @@ BENCHMARK(BM_OneAttribute_DependentMissBaseline)->ArgName("bytes")->Arg(32 << 20
 // ---- teardown
 
 void BM_Teardown_Syncer(benchmark::State& state) {
+  releasePropagationTrees();
   TxStatus::Ptr src = sourceTree(1024);
   TxStatus::Ptr dst = TxStatus::TxStatusIs();
   for (auto _ : state) {
@@ -313,6 +321,7 @@ BENCHMARK(BM_Teardown_Syncer)->Unit(benchmark::kMillisecond);
 // ---- memory
 
 void BM_Memory_PerEntry(benchmark::State& state) {
+  releasePropagationTrees();
   const unsigned ports = 1024;
   const double entries = double(ports) * instances;
   for (auto _ : state) {
