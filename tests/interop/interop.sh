@@ -22,7 +22,8 @@
 # the kernel removes them with their links. A normal exit also stops every daemon by its pid first.
 # Before it starts, a run removes the leftovers of earlier runs of this suite that did not confine
 # themselves (network namespaces "stx<pid>-*" of a pid no longer running, with their processes, and
-# working folders "stptxrx-interop.*" untouched for 5 minutes).
+# working folders "stptxrx-interop.*" untouched for 5 minutes, as well as killed.sh's own scratch
+# folders "stptxrx-interop-killed.*", left when that test itself is killed).
 set -uo pipefail
 
 build=${1:?usage: interop.sh BUILD_DIR}
@@ -42,7 +43,7 @@ sweep_stale() {
         for p in $(ip netns pids "$name" 2>/dev/null); do kill -9 "$p" 2>/dev/null; done
         ip netns del "$name" 2>/dev/null && echo "interop: removed stale network namespace $name"
     done
-    for path in "${TMPDIR:-/tmp}/$prefix".*; do
+    for path in "${TMPDIR:-/tmp}/$prefix".* "${TMPDIR:-/tmp}/$prefix"-killed.*; do  # killed.sh's scratch too
         [[ -d $path && -n $(find "$path" -maxdepth 0 -mmin +5) ]] || continue
         for f in "$path"/ovs/*.pid; do
             [[ -s $f ]] && p=$(cat "$f") && [[ $(cat "/proc/$p/comm" 2>/dev/null) == ovs* ]] && kill -9 "$p"
