@@ -2,8 +2,9 @@
 //
 // Every input is one Ethernet frame. It is decoded three times: into a reused record (one that already
 // holds stale entries and a stale name, which the decode must reuse, overwrite or delete), into a fresh
-// record and into no record at all. The three verdicts must agree, a valid decode must fill both records alike, a
-// rejected one must leave the reused record as it was, and a TCN must touch nothing but version and type.
+// record and into no record at all. The three verdicts must agree, a valid decode must fill both records
+// alike, a rejected one must leave the reused record as it was, and a TCN must touch nothing but version
+// and type.
 // A valid record that the encoder accepts is then encoded from a port whose MAC is the frame's source,
 // tagged as the frame was, and the encoded frame decoded again: same kind (an RST BPDU read from a
 // version 3+ frame comes back as MST), same record.
@@ -267,10 +268,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   return 0;
 }
 
-// Nothing an input frees is touched by a later input (see above), so a use after free can only reach
-// memory freed by the same input, a few kilobytes: a 16 MB quarantine holds all of it and keeps the
-// run's memory flat, where the default 256 MB of freed records only makes it grow. ASAN_OPTIONS can
-// still set another size.
+// An input frees a few kilobytes, so a 16 MB quarantine still holds what this input and the few thousand
+// before it freed (a use after free of it is caught) and keeps the run's memory flat, where the default
+// 256 MB of freed records only makes it grow. ASAN_OPTIONS can still set another size.
 extern "C" __attribute__((used, visibility("default"))) const char* __asan_default_options() {
   return "quarantine_size_mb=16";
 }
