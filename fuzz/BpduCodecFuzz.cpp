@@ -1,16 +1,24 @@
 // libFuzzer target for the BPDU codec (generateIntxInfoFromPkt, generateBpduFromIntxInfo).
 //
-// Every input is one Ethernet frame. It is decoded three times: into a record kept across inputs (so
-// entries left by earlier inputs and a few stale ones are reused or deleted), into a fresh record and
-// into no record at all. The three verdicts must agree, a valid decode must fill both records alike, a
-// rejected one must leave the kept record as it was, and a TCN must touch nothing but version and type.
+// Every input is one Ethernet frame. It is decoded three times: into a reused record (one that already
+// holds stale entries and a stale name, which the decode must reuse, overwrite or delete), into a fresh
+// record and into no record at all. The three verdicts must agree, a valid decode must fill both records
+// alike, a rejected one must leave the reused record as it was, and a TCN must touch nothing but version
+// and type.
 // A valid record that the encoder accepts is then encoded from a port whose MAC is the frame's source,
 // tagged as the frame was, and the encoded frame decoded again: same kind (an RST BPDU read from a
 // version 3+ frame comes back as MST), same record.
 //
 // A broken rule prints what differed (input, records, encoded frame) and traps, so libFuzzer keeps the
-// input as a crash artifact. The kept record makes a failure depend on the inputs before it; its state
-// before the failing decode is printed for that reason.
+// input as a crash artifact.
+//
+// Every input starts from the same state and leaves it as it found it: its fresh records go when it
+// returns, and the reused record is made stale again (the packet pool and the trace handles are warm
+// after the first inputs), so nothing an input allocates outlives it and a crash artifact reproduces
+// on its own. An input whose allocations outnumber its frees makes libFuzzer look for a leak, a scan of
+// the whole heap (sanitizer quarantine included) that grows with the run; a record that kept what the
+// inputs before had left did that for about every input and slowed the run down to a third of its rate
+// within a minute.
 #include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpTxRxCommon.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
@@ -32,21 +40,9 @@ constexpr std::size_t ethernetHeaderSize = 14;
 constexpr std::size_t vlanTagSize = 4;
 constexpr std::size_t llcSize = 3;
 
-// Entries the kept record holds before every decode (created with stale values when absent): the common
-// instance, a few MSTIs a frame may or may not carry, and keys no frame can name (above 4095).
+// Entries the reused record holds before the decode, with stale values: the common instance, a few
+// MSTIs a frame may or may not carry, and keys no frame can name (above 4095).
 constexpr std::uint16_t staleKeys[] = {0, 1, 2, 64, 4095, 4096, 0x1001};
-
-struct State {
-  IntxInfo::Ptr kept = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone(7));
-  IntxInfo::Ptr before = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone(7));  // the kept record before the decode
-  Stp::Port::Ptr port = Stp::Port::PortIs(Nelk::IntfId("Ethernet1"));
-  Stp::MstPortSm::Ptr portSm = Stp::MstPortSm::MstPortSmIs(port);
-};
-
-State& state() {
-  static State s;  // lives for the whole run; libFuzzer calls from one thread
-  return s;
-}
 
 void fillStale(IntxMstiInfo& e, std::uint16_t key) {
   const Nelk::EthAddr stale(0x0e, 0xee, 0xee, 0xee, static_cast<std::uint8_t>(key >> 8), static_cast<std::uint8_t>(key));
@@ -65,12 +61,28 @@ void fillStale(IntxMstiInfo& e, std::uint16_t key) {
   e.fwdDelayIs(Stp::TimerVal(0xee, 0x04));
 }
 
-// Adds the stale entries (and a stale name) the kept record lacks; what earlier decodes left stays.
-void topUp(IntxInfo& info) {
-  for (std::uint16_t key : staleKeys) {
-    if (!info.mstiN(Stp::BridgeSystemId(key))) fillStale(*info.mstiNIs(Stp::BridgeSystemId(key)), key);
-  }
-  if (info.configNameString().empty()) info.configNameStringIs(Zek::String("stale-region"));
+// A record as a decode finds it when the port received something else before: every stale entry and a
+// stale name.
+IntxInfo::Ptr staleRecord() {
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone(7));
+  for (std::uint16_t key : staleKeys) fillStale(*info->mstiNIs(Stp::BridgeSystemId(key)), key);
+  info->configNameStringIs(Zek::String("stale-region"));
+  return info;
+}
+
+/// What every input uses: the port the round trip encodes from (its address is set per input), an empty
+/// record and a stale one to compare with, and the reused record, stale again when an input returns.
+struct State {
+  Stp::Port::Ptr port = Stp::Port::PortIs(Nelk::IntfId("Ethernet1"));
+  Stp::MstPortSm::Ptr portSm = Stp::MstPortSm::MstPortSmIs(port);
+  IntxInfo::Ptr blank = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
+  IntxInfo::Ptr stale = staleRecord();
+  IntxInfo::Ptr reused = staleRecord();
+};
+
+State& state() {
+  static State s;  // lives for the whole run; libFuzzer calls from one thread
+  return s;
 }
 
 std::string hex(const std::uint8_t* p, std::size_t n) {
@@ -124,8 +136,8 @@ struct Report {
     std::fprintf(stderr, "\n==== BpduCodecFuzz: %s\n  input (%zu octets): %s\n", what.c_str(), size,
                  hex(input, size).c_str());
     if (result) std::fprintf(stderr, "  decoded: %s\n", describe(*result).c_str());
-    std::fprintf(stderr, "  kept record before: %s\n", describe(before).c_str());
-    std::fprintf(stderr, "  kept record after:  %s\n", describe(kept).c_str());
+    std::fprintf(stderr, "  reused record before: %s\n", describe(before).c_str());
+    std::fprintf(stderr, "  reused record after:  %s\n", describe(kept).c_str());
     std::fprintf(stderr, "  fresh record:       %s\n", describe(fresh).c_str());
     if (encoded) {
       std::fprintf(stderr, "  encoded (%zu octets): %s\n", encoded->size(), hex(encoded->data(), encoded->size()).c_str());
@@ -216,14 +228,13 @@ void roundTrip(Report& rep, const BpduDecodeResult& r, const IntxInfo::Ptr& fres
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   State& s = state();
-  topUp(*s.kept);
-  copyIntxInfo(s.kept, s.before);
+  const IntxInfo::Ptr& kept = s.reused;
 
   Report rep(data, size);
-  rep.before = s.before.get();
-  rep.kept = s.kept.get();
+  rep.before = s.stale.get();
+  rep.kept = kept.get();
 
-  const BpduDecodeResult r = generateIntxInfoFromPkt(data, size, s.kept.get());
+  const BpduDecodeResult r = generateIntxInfoFromPkt(data, size, kept.get());
   rep.result = &r;
   IntxInfo::Ptr fresh = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
   const BpduDecodeResult rFresh = generateIntxInfoFromPkt(data, size, fresh.get());
@@ -234,19 +245,32 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   checkVerdict(rep, r, size);
 
   if (!r.valid()) {
-    rep.require(s.kept->sameContent(*s.before), "rejected frame changed the record");
-    rep.require(fresh->sameContent(*IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone())), "rejected frame changed a fresh record");
+    rep.require(kept->sameContent(*s.stale), "rejected frame changed the record");
+    rep.require(fresh->sameContent(*s.blank), "rejected frame changed a fresh record");
     return 0;
   }
   checkFresh(rep, r, *fresh);
   if (r.kind == BpduKind::Tcn) {
     // Only version and type change; every other attribute and entry stays.
-    s.before->stpVersionIs(fresh->stpVersion());
-    s.before->intxInfoTypeIs(fresh->intxInfoType());
-    rep.require(s.kept->sameContent(*s.before), "TCN changed more than version and type of the kept record");
+    const IntxInfo::Ptr before = staleRecord();
+    before->stpVersionIs(fresh->stpVersion());
+    before->intxInfoTypeIs(fresh->intxInfoType());
+    rep.require(kept->sameContent(*before), "TCN changed more than version and type of the reused record");
   } else {
-    rep.require(s.kept->sameContent(*fresh), "kept and fresh record differ after a valid decode");
+    rep.require(kept->sameContent(*fresh), "reused and fresh record differ after a valid decode");
   }
+  // Stale again for the next input: entries the decode deleted come back, those it added go, so this
+  // input frees as much as it allocates.
+  copyIntxInfo(s.stale, kept);
+  rep.require(kept->sameContent(*s.stale), "the reused record is not stale again after the copy");
+  rep.kept = nullptr;
   roundTrip(rep, r, fresh);
   return 0;
+}
+
+// An input frees a few kilobytes, so a 16 MB quarantine still holds what this input and the few thousand
+// before it freed (a use after free of it is caught) and keeps the run's memory flat, where the default
+// 256 MB of freed records only makes it grow. ASAN_OPTIONS can still set another size.
+extern "C" __attribute__((used, visibility("default"))) const char* __asan_default_options() {
+  return "quarantine_size_mb=16";
 }

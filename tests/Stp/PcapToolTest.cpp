@@ -21,7 +21,7 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using Lines = std::vector<std::string>;
 
-const fs::path vectors = STPTXRX_SOURCE_DIR "/../shared/vectors";
+const fs::path vectors = STPTXRX_TEST_DATA_DIR;
 
 class PcapToolTest : public ::testing::Test {
  protected:
@@ -46,7 +46,7 @@ class PcapToolTest : public ::testing::Test {
 };
 
 TEST_F(PcapToolTest, CapturesDecodeToTheirKindRewriteReadsBackAndACutFileFails) {
-  if (!fs::exists(vectors)) GTEST_SKIP() << "no captures at " << vectors;
+  ASSERT_TRUE(fs::exists(vectors)) << "no captures at " << vectors;
   const struct { const char* file; const char* kind; std::size_t frames; } captures[] = {
       {"802.1D_spanning_tree.pcap", "config", 14}, {"802.1w_rapid_STP.pcap", "rst", 30},
       {"MSTP_Intra-Region_BPDUs.pcap", "mst", 10}};
@@ -76,7 +76,7 @@ TEST_F(PcapToolTest, CapturesDecodeToTheirKindRewriteReadsBackAndACutFileFails) 
 
 // Windows of 10 s open at 0, 10.03 and 20.05 s into the capture; each admits two frames.
 TEST_F(PcapToolTest, TheRateLimitDropsByTheCapturesOwnTimestamps) {
-  if (!fs::exists(vectors)) GTEST_SKIP() << "no captures at " << vectors;
+  ASSERT_TRUE(fs::exists(vectors)) << "no captures at " << vectors;
   const Lines lines = tool("--read '" + (vectors / "802.1D_spanning_tree.pcap").string() + "' --rate-limit 2/10");
   ASSERT_EQ(status_, 0);
   ASSERT_EQ(lines.size(), 15u);

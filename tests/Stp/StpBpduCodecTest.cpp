@@ -33,7 +33,7 @@ namespace {
 using Octets = std::vector<std::uint8_t>;
 using Stp::BridgeId;
 const Nelk::EthAddr portMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x07);
-const std::string vectors = STPTXRX_SOURCE_DIR "/../shared/vectors/";
+const std::string vectors = STPTXRX_TEST_DATA_DIR "/";
 
 Stp::MstPortSm::Ptr portSm(const Nelk::EthAddr& mac = portMac) {
   return Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet7"), mac));
@@ -265,7 +265,7 @@ const Capture captures[] = {{"802.1D_spanning_tree.pcap", 14, BpduKind::Config},
                             {"MSTP_Intra-Region_BPDUs.pcap", 10, BpduKind::Mst}};
 
 TEST(BpduCaptureTest, EveryFrameDecodesAndReEncodesToItsOwnOctets) {
-  if (!std::filesystem::exists(vectors)) GTEST_SKIP() << "no captures at " << vectors;
+  ASSERT_TRUE(std::filesystem::exists(vectors)) << "no captures at " << vectors;
   std::size_t tagged = 0;
   for (const Capture& c : captures) {
     const auto frames = capture(c.file);
@@ -381,7 +381,7 @@ void expectTsharkReads(const std::string& path, const std::vector<IntxInfo::Ptr>
 }
 
 TEST(BpduCaptureTest, TsharkReadsEveryFrameAsWeDo) {
-  if (!std::filesystem::exists(vectors)) GTEST_SKIP() << "no captures at " << vectors;
+  ASSERT_TRUE(std::filesystem::exists(vectors)) << "no captures at " << vectors;
   if (std::system("command -v tshark >/dev/null 2>&1") != 0) GTEST_SKIP() << "tshark is not installed";
   for (const Capture& c : captures) {
     std::vector<IntxInfo::Ptr> decoded;

@@ -8,26 +8,75 @@
 #           frame; bad input says one line, exits 1 and sends nothing
 #
 #   interop.sh BUILD_DIR        (needs root and network namespaces; CTest: label interop)
+#   interop.sh BUILD_DIR --can-run   only says whether it could run here (status 0 or 77)
 #
 # Exit status: 0 every check passed (a scenario whose programs are missing is skipped and says why),
-# 1 a check failed, 77 nothing could run (not root, no namespaces, no tool). Every namespace, link,
-# daemon and file made here is removed at exit, failed or not; daemons are stopped by their pid.
+# 1 a check failed, 77 nothing could run (not root, no namespaces, no tool).
+#
+# Nothing of a run outlives it, even when it is killed outright (SIGKILL, a CTest timeout): after its
+# checks the script runs itself again as the first process of a PID namespace and a mount namespace of
+# its own (unshare --kill-child: that process dies with the one the caller started, and every process
+# of the namespace, detached daemons included, dies with it). There it mounts a private tmpfs on /run,
+# which holds both its working folder and the names of its network namespaces (`ip netns`), so that
+# these exist only in its own mount namespace: when its processes are gone, nothing holds them and
+# the kernel removes them with their links. A normal exit also stops every daemon by its pid first.
+# Before it starts, a run removes the leftovers of earlier runs of this suite that did not confine
+# themselves (network namespaces "stx<pid>-*" of a pid no longer running, with their processes, and
+# working folders "stptxrx-interop.*" untouched for 5 minutes, as well as killed.sh's own scratch
+# folders "stptxrx-interop-killed.*", left when that test itself is killed).
 set -uo pipefail
 
 build=${1:?usage: interop.sh BUILD_DIR}
 tool=$build/stptxrx-pcap
-vectors=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../../shared/vectors" 2>/dev/null && pwd) || vectors=
-tag=stx$$
-work=$(mktemp -d "${TMPDIR:-/tmp}/stptxrx-interop.XXXXXX")
+vectors=$(cd "$(dirname "${BASH_SOURCE[0]}")/../data" && pwd) || vectors=
+prefix=stptxrx-interop
+confine=(unshare --pid --fork --kill-child --mount-proc)
+
+skip_all() { echo "interop: SKIPPED: $*"; exit 77; }
+
+# sweep_stale: removes what earlier, unconfined runs left behind (see above).
+sweep_stale() {
+    local path name owner p f
+    for path in /run/netns/stx*-*; do
+        name=${path##*/} owner=${name%%-*} owner=${owner#stx}
+        [[ -e $path && $owner =~ ^[0-9]+$ ]] && ! kill -0 "$owner" 2>/dev/null || continue
+        for p in $(ip netns pids "$name" 2>/dev/null); do kill -9 "$p" 2>/dev/null; done
+        ip netns del "$name" 2>/dev/null && echo "interop: removed stale network namespace $name"
+    done
+    for path in "${TMPDIR:-/tmp}/$prefix".* "${TMPDIR:-/tmp}/$prefix"-killed.*; do  # killed.sh's scratch too
+        [[ -d $path && -n $(find "$path" -maxdepth 0 -mmin +5) ]] || continue
+        for f in "$path"/ovs/*.pid; do
+            [[ -s $f ]] && p=$(cat "$f") && [[ $(cat "/proc/$p/comm" 2>/dev/null) == ovs* ]] && kill -9 "$p"
+        done
+        rm -rf "$path" && echo "interop: removed stale folder $path"
+    done
+}
+
+if [[ ${STPTXRX_INTEROP_CONFINED:-} != 1 ]]; then
+    ((EUID == 0)) || skip_all "needs root (network namespaces, raw sockets)"
+    [[ -x $tool ]] || skip_all "$tool is not built (it needs libpcap)"
+    command -v ip >/dev/null || skip_all "no ip command (iproute2)"
+    command -v unshare >/dev/null || skip_all "no unshare command (util-linux)"
+    why=$("${confine[@]}" --net true 2>&1) || skip_all "unshare fails: $(head -n1 <<<"$why")"
+    [[ ${2:-} == --can-run ]] && { echo "interop: can run"; exit 0; }
+    sweep_stale
+    STPTXRX_INTEROP_CONFINED=1 exec "${confine[@]}" bash "${BASH_SOURCE[0]}" "$@"
+fi
+
+# From here on: the first process of the run's own PID and mount namespaces.
+mount -t tmpfs "$prefix" /run || { echo "interop: cannot mount a private /run"; exit 1; }
+tag=stx
+work=/run/$prefix
+mkdir -p "$work"
 namespaces=() pids=() pidfiles=() passed=0 failed=0 ran=0
 
 cleanup() {
     local p f
     for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done
-    for f in "${pidfiles[@]}"; do [[ -s $f ]] && kill "$(cat "$f")" 2>/dev/null; done
+    for f in "${pidfiles[@]}"; do [[ -s $f ]] && kill "$(cat "$f" 2>/dev/null)" 2>/dev/null; done
     for p in "${pids[@]}"; do wait "$p" 2>/dev/null; done
     for f in "${pidfiles[@]}"; do  # a daemon leaves its namespace busy until it is gone
-        for _ in {1..50}; do [[ -s $f ]] && kill -0 "$(cat "$f")" 2>/dev/null || break; sleep 0.1; done
+        for _ in {1..50}; do [[ -s $f ]] && kill -0 "$(cat "$f" 2>/dev/null)" 2>/dev/null || break; sleep 0.1; done
     done
     for p in "${namespaces[@]}"; do ip netns del "$p" 2>/dev/null; done
     rm -rf "$work"
@@ -35,7 +84,6 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 1' INT TERM
 
-skip_all() { echo "interop: SKIPPED: $*"; exit 77; }
 check() {  # check NAME COMMAND...: one result line
     if "${@:2}"; then echo "ok - $1"; ((passed++)); else echo "FAILED - $1"; ((failed++)); fi
 }
@@ -43,9 +91,6 @@ same() { [[ $1 == "$2" ]] || { echo "  expected: $2"; echo "  got:      $1"; ret
 # until SECONDS COMMAND...: runs COMMAND every 0.2 s until it succeeds, at most SECONDS.
 until_ok() { local end=$((SECONDS + $1)); until "${@:2}"; do ((SECONDS < end)) || return 1; sleep 0.2; done; }
 
-((EUID == 0)) || skip_all "needs root (network namespaces, raw sockets)"
-[[ -x $tool ]] || skip_all "$tool is not built (it needs libpcap)"
-command -v ip >/dev/null || skip_all "no ip command (iproute2)"
 ip netns add "$tag-probe" 2>"$work/netns.err" || skip_all "ip netns add fails: $(head -n1 "$work/netns.err")"
 ip netns del "$tag-probe"
 
@@ -170,7 +215,7 @@ veth_pair() {
 
     local capture n
     for capture in "$vectors"/*.pcap; do
-        [[ -f $capture ]] || { echo "skipped - veth replay: no captures in ../shared/vectors"; break; }
+        [[ -f $capture ]] || { check "veth replay: captures in tests/data" false; break; }
         "$tool" --read "$capture" >"$work/capture.want"
         n=$(($(wc -l <"$work/capture.want") - 1))
         listen_bg "$work/capture.got" v1 --count "$n" --timeout 20 && in_ns "$tool" --send v0 --replay "$capture" 2>/dev/null
