@@ -63,7 +63,9 @@ IntxInfo::Ptr randomRecord(std::mt19937& rng, BpduKind kind, const Nelk::EthAddr
   info->neighborAddrIs(source);
   const bool isMst = kind == BpduKind::Mst;
   auto cist = info->mstiNIs(0);
-  cist->flagsIs({static_cast<std::uint8_t>(u(0, 255))});
+  // A Configuration BPDU carries the Topology Change and Acknowledgment flags only.
+  const unsigned flagMask = kind == BpduKind::Config ? 0x81 : 0xff;
+  cist->flagsIs({static_cast<std::uint8_t>(u(0, 255) & flagMask)});
   cist->cistRootBridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
   cist->cistExtRootPathCostIs(static_cast<Stp::PathCost>(rng()));
   cist->bridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
@@ -409,7 +411,7 @@ TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBack) {
     const Nelk::EthAddr source(0x02, 0, 0, 0, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i));
     IntxInfo::Ptr record = randomRecord(rng, kind, source);
     const bool tagged = rng() % 2;
-    const auto vlan = static_cast<std::uint16_t>(rng() % 4096);
+    const auto vlan = static_cast<std::uint16_t>(rng() % 4095);
     const BpduEncodeResult e = generateBpduFromIntxInfo(portSm(source), record, tagged, vlan);
     ASSERT_TRUE(e) << bpduEncodeErrorText(e.error) << " " << *record;
     ASSERT_EQ(e.kind, kind);
