@@ -84,7 +84,7 @@ BpduReason mstRuleBroken(const MstBpdu& m, std::size_t size) {
   return BpduReason::none;
 }
 
-ParsedBpdu parseBody(ParsedBpdu p, std::size_t size) {
+const ParsedBpdu& parseBody(ParsedBpdu& p, std::size_t size) {
   BpduDecodeResult& r = p.result;
   if (size < CommonBpdu::wireSize) return p.reject(BpduReason::bpduTooShort);
   const auto& common = *viewAt<CommonBpdu>(p.body);
@@ -134,7 +134,7 @@ ParsedBpdu parseBody(ParsedBpdu p, std::size_t size) {
 }
 
 // The PVST+ rules, then the BPDU rules of its kind; the originating VLAN of a valid one.
-ParsedBpdu parsePvstBody(ParsedBpdu p) {
+const ParsedBpdu& parsePvstBody(ParsedBpdu& p) {
   BpduDecodeResult& r = p.result;
   const std::size_t size = r.bpduLength;
   if (size >= CommonBpdu::wireSize) {
@@ -143,8 +143,7 @@ ParsedBpdu parsePvstBody(ParsedBpdu p) {
       return p.reject(BpduReason::pvstVersion);
     }
   }
-  p = parseBody(p, size);
-  if (!r.valid()) return p;
+  if (!parseBody(p, size).result.valid()) return p;
   if (r.kind == BpduKind::Tcn) {
     r.originatingVlan = r.vlan;
     return p;
