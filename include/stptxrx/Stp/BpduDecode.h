@@ -25,7 +25,7 @@ struct BpduDecodeResult {
   Nelk::EthAddr source;
   std::uint16_t bpduLength = 0;               ///< BPDU octets the 802.3 length declares (LLC, SNAP excluded)
   std::uint8_t mstiCount = 0;                 ///< MSTI configuration messages of an MST BPDU
-  /// pvst for LLC AA AA 03 with SNAP 00 00 0C / 01 0B (as soon as the SNAP header was read).
+  /// pvst once LLC AA AA 03 and SNAP 00 00 0C / 01 0B were read (a reject after them keeps it).
   BpduEncapsulation encapsulation = BpduEncapsulation::ieee;
   /// For a valid PVST+ BPDU: the VLAN of its originating-VLAN TLV (Config, RST), or the tag's VLAN (TCN;
   /// 0 untagged). 0 for an IEEE BPDU.
