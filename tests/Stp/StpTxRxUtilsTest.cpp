@@ -1,5 +1,5 @@
 // BPDU frame construction: frame allocation and link headers, RST encoding (the golden frame; tshark reads
-// the sample records' frames in StpBpduCodecTest), allocation failure, assertions, priorities and the decisions.
+// the sample records' frames in BpduRoundTripTest), allocation failure, assertions, priorities and the decisions.
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/net/Pkt.h>
 #include <stptxrx/runtime/Exception.h>
