@@ -197,13 +197,24 @@ void checkFresh(const Report& rep, const BpduDecodeResult& r, const IntxInfo& fr
 void roundTrip(Report& rep, const BpduDecodeResult& r, const IntxInfo::Ptr& fresh) {
   State& s = state();
   s.port->portAddrIs(r.source);
-  const BpduEncodeResult enc = generateBpduFromIntxInfo(s.portSm, fresh, r.tagged, r.vlan);
+  // A PVST+ BPDU goes back as PVST+ for its originating VLAN (an untagged TCN names none: any will do);
+  // a priority tag (VLAN 0) goes back untagged, as it names no VLAN.
+  const bool pvst = r.pvst();
+  const bool tagged = pvst ? r.tagged && !r.vlan.isNone() : r.tagged;
+  const Bridging::VlanIdOrNone vlan = pvst ? (r.originatingVlan ? r.originatingVlan : Bridging::VlanIdOrNone(1)) : r.vlan;
+  const BpduEncodeResult enc = pvst ? generatePvstBpduFromIntxInfo(s.portSm, fresh, tagged, vlan)
+                                    : generateBpduFromIntxInfo(s.portSm, fresh, tagged, vlan);
   const bool encodable = bpduKindOf(fresh->stpVersion(), fresh->intxInfoType()) != BpduKind::Rejected;
   if (!encodable) {
     // Config and TCN BPDUs are accepted with any version; the encoder writes versions 0 and 1 only.
     rep.require((r.kind == BpduKind::Config || r.kind == BpduKind::Tcn) && fresh->stpVersion().value > 1,
                 "a decoded RST or MST record names no kind");
     rep.require(!enc && enc.error == BpduEncodeError::unsupportedKind, "record of no kind was encoded");
+    return;
+  }
+  if (vlan.value() > maxVlanId && (tagged || pvst)) {  // 4095 is reserved: refused, never sent
+    rep.require(!enc && enc.error == (pvst ? BpduEncodeError::pvstVlanOutOfRange : BpduEncodeError::tagVlanOutOfRange),
+                "reserved VLAN 4095 encoded");
     return;
   }
   if (!enc) rep.fail(std::string("decoded record not encodable: ") + bpduEncodeErrorText(enc.error));
@@ -217,10 +228,20 @@ void roundTrip(Report& rep, const BpduDecodeResult& r, const IntxInfo::Ptr& fres
   rep.againResult = &back;
   rep.require(back.valid(), "encoded frame rejected");
   rep.require(back.kind == expected && back.rstFallback == BpduReason::none, "encoded frame decodes as another kind");
-  rep.require(back.tagged == r.tagged && back.vlan == r.vlan, "encoded frame tagged otherwise");
-  rep.require(back.source == r.source && back.destination == bridgeGroupAddress, "encoded frame addressed otherwise");
+  rep.require(back.tagged == tagged && back.vlan == (tagged ? vlan : Bridging::VlanIdOrNone()),
+              "encoded frame tagged otherwise");
+  rep.require(back.source == r.source && back.destination == (pvst ? pvstAddress : bridgeGroupAddress),
+              "encoded frame addressed otherwise");
+  rep.require(back.pvst() == pvst && back.originatingVlan == r.originatingVlan, "encoded frame of another VLAN");
   rep.require(back.mstiCount == r.mstiCount, "encoded frame carries another MSTI count");
-  rep.require(back.bpduLength == encodedBodySize(expected, r.mstiCount), "encoded BPDU length is not its kind's size");
+  const std::size_t size = pvst && expected != BpduKind::Tcn ? Stp::PvstBpdu::wireSize
+                                                             : encodedBodySize(expected, r.mstiCount);
+  rep.require(back.bpduLength == size, "encoded BPDU length is not its kind's size");
+  // A Configuration BPDU carries TC and TCA only.
+  if (expected == BpduKind::Config) {
+    const IntxMstiInfo::Ptr cist = fresh->mstiNIs(Stp::BridgeSystemId(0));
+    cist->flagsIs({static_cast<std::uint8_t>(cist->flags().value & 0x81)});
+  }
   rep.require(again->sameContent(*fresh), "encoded frame decodes to another record");
 }
 

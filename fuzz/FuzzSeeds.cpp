@@ -4,9 +4,12 @@
 //   stptxrx_fuzz_seeds OUT_DIR FILE.pcap...
 //
 // A frame is written as OUT_DIR/<pcap file stem>-<frame number>, so running it again rewrites the
-// same files. Exits 1 on a bad command line, an unreadable or damaged capture or a failed write, after
+// same files. PVST+ frames of every kind, tagged and native, built by the library's encoder, are
+// written beside them as OUT_DIR/pvst-<n> (no capture of them is at hand). Exits 1 on a bad command line, an unreadable or damaged capture or a failed write, after
 // writing what it could; prints the number of frames written.
 #include "Pcap.h"
+
+#include <stptxrx/Stp/StpBpduCodec.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -22,6 +25,34 @@ bool writeFile(const std::filesystem::path& path, const std::vector<std::uint8_t
   if (!out) return false;
   const bool ok = data.empty() || std::fwrite(data.data(), data.size(), 1, out) == 1;
   return std::fclose(out) == 0 && ok;
+}
+
+// PVST+ frames: Config, TCN and RST, native and tagged, and one whose originating VLAN is not its tag's.
+std::vector<std::vector<std::uint8_t>> pvstSeeds() {
+  using namespace StpTxRx;
+  const Nelk::EthAddr mac(0x02, 0x00, 0x00, 0x00, 0x00, 0xaa);
+  const auto portSm = Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet1"), mac));
+  std::vector<std::vector<std::uint8_t>> seeds;
+  const std::uint8_t kinds[][2] = {{0, 0x00}, {0, 0x80}, {2, 0x02}};  // version, type
+  for (const auto& [version, type] : kinds) {
+    IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+    info->stpVersionIs({version});
+    info->intxInfoTypeIs({type});
+    auto cist = info->mstiNIs(0);
+    cist->flagsIs({0x3c});
+    cist->cistRootBridgeIdIs(Stp::BridgeId{32768, 10, mac});
+    cist->bridgeIdIs(Stp::BridgeId{32768, 10, mac});
+    cist->portIdIs(Stp::PortId(128, 4));
+    cist->maxAgeIs(Stp::TimerVal::fromWire(0x1400));
+    cist->helloTimeIs(Stp::TimerVal::fromWire(0x0200));
+    cist->fwdDelayIs(Stp::TimerVal::fromWire(0x0f00));
+    for (bool tagged : {false, true}) {
+      const BpduEncodeResult r = generatePvstBpduFromIntxInfo(portSm, info, tagged, 10);
+      if (r) seeds.emplace_back(r.pkt->data(), r.pkt->data() + r.pkt->size());
+    }
+  }
+  if (!seeds.empty() && seeds.back().size() >= 2) seeds.push_back(seeds.back()), --seeds.back().back();
+  return seeds;
 }
 
 }  // namespace
@@ -57,6 +88,16 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "%s: %s: %s\n", argv[0], argv[i], in.error().c_str());
       status = 1;
     }
+  }
+  std::size_t n = 0;
+  for (const auto& seed : pvstSeeds()) {
+    const std::filesystem::path path = outDir / ("pvst-" + std::to_string(++n));
+    if (!writeFile(path, seed)) {
+      std::fprintf(stderr, "%s: cannot write %s\n", argv[0], path.c_str());
+      status = 1;
+      break;
+    }
+    ++written;
   }
   std::printf("%zu seed frames written to %s\n", written, argv[1]);
   return status;

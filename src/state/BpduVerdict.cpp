@@ -40,6 +40,13 @@ constexpr ReasonNames reasonNames[bpduReasonCount] = {
     {"unknownType", "unknown BPDU type or version"},
     {"mstiIdZero", "MSTI message with MSTID 0"},
     {"mstiIdRepeated", "MSTI message repeats an MSTID"},
+    {"notPvstSnap", "SNAP not OUI 00 00 0C, protocol 01 0B"},
+    {"pvstVersion", "PVST+ BPDU of version 3 or higher"},
+    {"pvstNoVlanTlv", "PVST+ BPDU without its originating-VLAN TLV"},
+    {"pvstTlvTooShort", "originating-VLAN TLV cut short"},
+    {"pvstTlvLength", "originating-VLAN TLV length not 2"},
+    {"pvstVlanOutOfRange", "originating VLAN outside 1-4094"},
+    {"pvstVlanMismatch", "originating VLAN differs from the tag"},
     {"mstTooShort", "MST BPDU shorter than 102 octets"},
     {"mstVersion1Length", "version 1 length not 0"},
     {"mstVersion3Length", "version 3 length not 64 + 16 x n with n <= 64"},
@@ -60,6 +67,7 @@ const char* bpduReasonName(BpduReason reason) { return reasonNamesOf(reason).nam
 std::ostream& operator<<(std::ostream& os, const PortCounters& c) {
   os << "config=" << c.configRx << " tcn=" << c.tcnRx << " rst=" << c.rstRx << " mst=" << c.mstRx
      << " rejected=" << c.rejected << " rate-limited=" << c.rateLimited;
+  if (c.pvstRx != 0) os << " pvst=" << c.pvstRx;
   for (std::size_t i = 0; i < c.rejectedBy.size(); ++i) {
     if (c.rejectedBy[i] != 0) os << " " << bpduReasonName(static_cast<BpduReason>(i + 1)) << "=" << c.rejectedBy[i];
   }

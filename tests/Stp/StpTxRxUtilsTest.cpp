@@ -1,5 +1,5 @@
 // BPDU frame construction: frame allocation and link headers, RST encoding (the golden frame; tshark reads
-// the sample records' frames in StpBpduCodecTest), allocation failure, assertions, priorities and the decisions.
+// the sample records' frames in BpduRoundTripTest), allocation failure, assertions, priorities and the decisions.
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/net/Pkt.h>
 #include <stptxrx/runtime/Exception.h>
@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -75,13 +76,20 @@ TEST(PriorityTest, BridgePriorityWrapsAt16BitsAndTheFullFormIsRangeChecked) {
   for (auto [c, full] : {Case{1, 4096}, Case{15, 61440}, Case{16, 0}, Case{17, 4096}}) {
     EXPECT_EQ(bridgePriority(c).value, full) << c;
   }
-  EXPECT_EQ(checkedBridgePriority(0xF000).value, 0xF000);
-  try {
-    checkedBridgePriority(0xF001);
-    ADD_FAILURE() << "no exception";
-  } catch (const Zek::RangeException& e) {
-    EXPECT_STREQ(e.what(), "BridgePriority::value < BridgePriority::minBridgePriority or > "
-                           "BridgePriority::maxBridgePriority not allowed");
+  // The full form takes any integer and refuses, never wraps: the last value that fits and the first
+  // that does not on both sides, and values that a 16- or 32-bit argument would have cut to fit.
+  const std::int64_t fits[] = {0, 4096, 0xF000};
+  const std::int64_t refused[] = {-1, 0xF001, 0x10000, 70000, 0x10000 + 4096, std::int64_t{1} << 32,
+                                std::numeric_limits<std::int64_t>::min()};
+  for (std::int64_t v : fits) EXPECT_EQ(checkedBridgePriority(v).value, v);
+  for (std::int64_t v : refused) {
+    try {
+      checkedBridgePriority(v);
+      ADD_FAILURE() << v << ": no exception";
+    } catch (const Zek::RangeException& e) {
+      EXPECT_STREQ(e.what(), "BridgePriority::value < BridgePriority::minBridgePriority or > "
+                             "BridgePriority::maxBridgePriority not allowed");
+    }
   }
   EXPECT_EQ(portPriority(15), 240);
   EXPECT_EQ(portPriority(17), 16) << "8 bits kept";
@@ -187,17 +195,29 @@ TEST(GeneratePktDeathTest, PreconditionsAbortWithTheirAssertionTexts) {
 // Decisions
 // ---------------------------------------------------------------------------------------------------
 
+// Every combination of mode, port default allowed, port status (none, default not operational,
+// operational) and global default, with the outcome written out: mode 1 (enabled) filters always, mode 0
+// (follow default) only in the last cell, every other mode never.
 TEST(MstBpdufilterPktTest, EnabledFiltersFollowDefaultNeedsAllThreeAndOtherModesNever) {
-  for (std::uint8_t mode : {0, 1, 2, 3, 255}) {
+  struct Case {
+    std::uint8_t mode;
+    // One character per (allowed, status, global) in loop order: allowed 0/1, status none/off/on, global 0/1.
+    const char* filtered;
+  };
+  const Case table[] = {
+      {0, "000000" "000001"}, {1, "111111" "111111"}, {2, "000000" "000000"},
+      {3, "000000" "000000"}, {255, "000000" "000000"},
+  };
+  for (const Case& c : table) {
+    int cell = 0;
     for (bool allowed : {false, true}) {
-      for (int status : {-1, 0, 1}) {  // no port status, default not operational, operational
+      for (int status : {-1, 0, 1}) {
         for (bool global : {false, true}) {
-          const bool expected = mode == 1 || (mode == 0 && allowed && status == 1 && global);
-          EXPECT_EQ(mstBpdufilterPkt(Stp::PortConfig::PortConfigIs(Stp::BpdufilterMode{mode}, allowed),
-                                     status < 0 ? nullptr : Stp::StpiPortStatus::StpiPortStatusIs(status == 1),
-                                     Stp::Config::ConfigIs(global)),
-                    expected)
-              << "mode " << unsigned{mode} << " allowed " << allowed << " status " << status << " global " << global;
+          const bool filtered = mstBpdufilterPkt(
+              Stp::PortConfig::PortConfigIs(Stp::BpdufilterMode{c.mode}, allowed),
+              status < 0 ? nullptr : Stp::StpiPortStatus::StpiPortStatusIs(status == 1), Stp::Config::ConfigIs(global));
+          EXPECT_EQ(filtered, c.filtered[cell++] == '1')
+              << "mode " << unsigned{c.mode} << " allowed " << allowed << " status " << status << " global " << global;
         }
       }
     }

@@ -36,6 +36,14 @@ enum class BpduReason : std::uint8_t {
   unknownType,               ///< "unknown BPDU type or version"
   mstiIdZero,                ///< "MSTI message with MSTID 0"
   mstiIdRepeated,            ///< "MSTI message repeats an MSTID"
+  // PVST+ (LLC AA AA 03 and SNAP)
+  notPvstSnap,               ///< "SNAP not OUI 00 00 0C, protocol 01 0B"
+  pvstVersion,               ///< "PVST+ BPDU of version 3 or higher"
+  pvstNoVlanTlv,             ///< "PVST+ BPDU without its originating-VLAN TLV"
+  pvstTlvTooShort,           ///< "originating-VLAN TLV cut short"
+  pvstTlvLength,             ///< "originating-VLAN TLV length not 2"
+  pvstVlanOutOfRange,        ///< "originating VLAN outside 1-4094"
+  pvstVlanMismatch,          ///< "originating VLAN differs from the tag"
   // version 3+ BPDUs decoded as RST (not rejects)
   mstTooShort,               ///< "MST BPDU shorter than 102 octets"
   mstVersion1Length,         ///< "version 1 length not 0"
@@ -45,14 +53,14 @@ enum class BpduReason : std::uint8_t {
   rateLimited,               ///< "dropped by the rate limit"
 };
 inline constexpr std::size_t bpduReasonCount = static_cast<std::size_t>(BpduReason::rateLimited) + 1;
-/// The reasons that reject a frame: frameTooShort to mstiIdRepeated.
-inline constexpr std::size_t bpduRejectReasonCount = static_cast<std::size_t>(BpduReason::mstiIdRepeated);
+/// The reasons that reject a frame: frameTooShort to pvstVlanMismatch.
+inline constexpr std::size_t bpduRejectReasonCount = static_cast<std::size_t>(BpduReason::pvstVlanMismatch);
 STPTXRX_EXPORT const char* bpduReasonText(BpduReason reason);
 /// The enumerator's name ("lengthBeyondFrame"), for summaries and counters.
 STPTXRX_EXPORT const char* bpduReasonName(BpduReason reason);
 
-/// BPDU counters of a port: frames received by kind, rejected (in all and per reason) and dropped by
-/// the rate limit.
+/// BPDU counters of a port: frames received by kind, rejected (in all and per reason), dropped by the
+/// rate limit, and the valid PVST+ BPDUs among those counted by kind.
 struct PortCounters {
   std::uint32_t configRx = 0;
   std::uint32_t tcnRx = 0;
@@ -60,6 +68,7 @@ struct PortCounters {
   std::uint32_t mstRx = 0;
   std::uint32_t rejected = 0;     ///< the sum of rejectedBy
   std::uint32_t rateLimited = 0;
+  std::uint32_t pvstRx = 0;       ///< PVST+ BPDUs, also counted under their kind
   /// Index: the reject reason minus 1 (frameTooShort is 0).
   std::array<std::uint32_t, bpduRejectReasonCount> rejectedBy{};
 
@@ -80,8 +89,8 @@ struct PortCounters {
 
   friend constexpr bool operator==(const PortCounters&, const PortCounters&) = default;
 };
-/// Prints "config=C tcn=T rst=R mst=M rejected=X rate-limited=L", then " NAME=N" for each reject reason
-/// with a non-zero count.
+/// Prints "config=C tcn=T rst=R mst=M rejected=X rate-limited=L", then " pvst=P" when P > 0, then
+/// " NAME=N" for each reject reason with a non-zero count.
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const PortCounters& c);
 
 }  // namespace StpTxRx

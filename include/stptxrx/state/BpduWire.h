@@ -4,7 +4,7 @@
 // family, each kind extending the one before it on the wire:
 //
 //   CommonBpdu (4, also the whole TCN BPDU) -> ConfigBpdu (35) -> RstpBpdu (36) -> MstBpdu (102)
-//   followed by 0 to 64 MstiConfigMessage (16 each)
+//   followed by 0 to 64 MstiConfigMessage (16 each); RstpBpdu (36) -> PvstBpdu (42) for PVST+
 //
 // A view is only taken over a body known to hold at least its size in octets.
 #include <stptxrx/net/NetTypes.h>
@@ -30,6 +30,10 @@ static_assert(sizeof(CommonBpdu) == CommonBpdu::wireSize && alignof(CommonBpdu) 
 /// The 35-octet Configuration BPDU body.
 struct ConfigBpdu : CommonBpdu {
   static constexpr std::size_t wireSize = 35;
+
+  /// The two flags a Configuration BPDU has; an RST BPDU adds the six bits between them.
+  static constexpr std::uint8_t topologyChangeFlag = 0x01;
+  static constexpr std::uint8_t topologyChangeAckFlag = 0x80;
 
   std::uint8_t flags;             ///< Flags (Topology Change bit 1, TC Acknowledgment bit 8; RST adds the rest)
   BridgeIdWire rootIdentifier;    ///< Root Identifier (CIST Root Identifier in an MST BPDU)
@@ -61,6 +65,27 @@ struct RstpBpdu : ConfigBpdu {
   RstpBpduFlags rstpFlags() const { return RstpBpduFlags{flags}; }
 };
 static_assert(sizeof(RstpBpdu) == RstpBpdu::wireSize && alignof(RstpBpdu) == 1);
+
+/// The originating-VLAN TLV of a PVST+ BPDU (6 octets).
+struct PvstVlanTlv {
+  static constexpr std::uint16_t vlanType = 0;
+  static constexpr std::uint16_t vlanLength = 2;
+
+  Nelk::NetU16 type;    ///< PVST+ TLV Type (0: originating VLAN)
+  Nelk::NetU16 length;  ///< PVST+ TLV Length (2)
+  Nelk::NetU16 vlan;    ///< PVST+ Originating VLAN (the VLAN id)
+};
+static_assert(sizeof(PvstVlanTlv) == 6 && alignof(PvstVlanTlv) == 1);
+
+/// The 42-octet PVST+ Configuration or RST BPDU body: the RST layout (for a Configuration BPDU the octet
+/// named version1Length is the 0 that pads it to 36) and the originating-VLAN TLV at offset 36. A PVST+
+/// TCN is the 4-octet CommonBpdu.
+struct PvstBpdu : RstpBpdu {
+  static constexpr std::size_t wireSize = 42;
+
+  PvstVlanTlv originatingVlan;  ///< PVST+ originating-VLAN TLV
+};
+static_assert(sizeof(PvstBpdu) == PvstBpdu::wireSize && alignof(PvstBpdu) == 1);
 
 /// MST Configuration Identifier (51 octets).
 struct MstConfigId {
@@ -112,6 +137,7 @@ static_assert(offsetof(RstpBpdu, flags) == 4 && offsetof(RstpBpdu, rootIdentifie
               offsetof(RstpBpdu, portIdentifier) == 25 && offsetof(RstpBpdu, messageAge) == 27 &&
               offsetof(RstpBpdu, maxAge) == 29 && offsetof(RstpBpdu, helloTime) == 31 &&
               offsetof(RstpBpdu, forwardDelay) == 33 && offsetof(RstpBpdu, version1Length) == 35);
+static_assert(offsetof(PvstBpdu, originatingVlan) == 36);
 static_assert(offsetof(MstBpdu, version3Length) == 36 && offsetof(MstBpdu, configId) == 38 &&
               offsetof(MstBpdu, cistInternalRootPathCost) == 89 && offsetof(MstBpdu, cistBridgeIdentifier) == 93 &&
               offsetof(MstBpdu, cistRemainingHops) == 101);

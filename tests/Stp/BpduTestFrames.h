@@ -1,0 +1,219 @@
+#pragma once
+// What the BPDU codec tests share: records that hold only what the wire carries (random or fixed),
+// encoding into octets, views into a frame, and tshark's reading of a capture checked field by field.
+#include <stptxrx/Stp/StpBpduCodec.h>
+#include <stptxrx/Stp/StpTxRxUtils.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <iomanip>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace StpTxRx::bpdutest {
+
+using Octets = std::vector<std::uint8_t>;
+using Stp::BridgeId;
+const Nelk::EthAddr portMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x07);
+const std::string vectors = STPTXRX_TEST_DATA_DIR "/";
+
+inline Stp::MstPortSm::Ptr portSm(const Nelk::EthAddr& mac = portMac) {
+  return Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet7"), mac));
+}
+
+inline Octets octetsOf(const Nelk::Pkt::Ptr& pkt) { return Octets(pkt->data(), pkt->data() + pkt->size()); }
+
+// A record of `kind` holding only what the wire carries: the fields a kind does not carry are zero,
+// MSTI bridge and port ids repeat the CIST address and port number, extensions are the MSTID; `mstis`
+// MSTIs for MST (random when negative).
+inline IntxInfo::Ptr randomRecord(std::mt19937& rng, BpduKind kind, const Nelk::EthAddr& source, int mstis = -1) {
+  auto u = [&](unsigned lo, unsigned hi) { return std::uniform_int_distribution<unsigned>(lo, hi)(rng); };
+  auto mac = [&] {
+    return Nelk::EthAddr(u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255));
+  };
+  auto bridgeId = [&](std::uint16_t ext, Nelk::EthAddr a) {
+    return BridgeId{static_cast<std::uint16_t>(u(0, 15) << 12), ext, a};
+  };
+  auto timer = [&](unsigned lo, unsigned hi) { return Stp::TimerVal::fromWire(static_cast<std::uint16_t>(u(lo, hi))); };
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+  const std::uint8_t versions[] = {static_cast<std::uint8_t>(u(0, 1)), static_cast<std::uint8_t>(u(0, 1)), 2,
+                                   static_cast<std::uint8_t>(u(3, 255))};
+  const std::uint8_t types[] = {0x00, 0x80, 0x02, 0x02};
+  info->stpVersionIs({versions[static_cast<int>(kind)]});
+  info->intxInfoTypeIs({types[static_cast<int>(kind)]});
+  if (kind == BpduKind::Tcn) return info;
+  info->neighborAddrIs(source);
+  const bool isMst = kind == BpduKind::Mst;
+  auto cist = info->mstiNIs(0);
+  // A Configuration BPDU carries the Topology Change and Acknowledgment flags only.
+  const unsigned flagMask = kind == BpduKind::Config ? 0x81 : 0xff;
+  cist->flagsIs({static_cast<std::uint8_t>(u(0, 255) & flagMask)});
+  cist->cistRootBridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
+  cist->cistExtRootPathCostIs(static_cast<Stp::PathCost>(rng()));
+  cist->bridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
+  cist->portIdIs(Stp::PortId(static_cast<std::uint8_t>(u(0, 15) << 4), static_cast<std::uint16_t>(u(0, 4095))));
+  cist->maxAgeIs(timer(1, 0xffff));
+  cist->messageAgeIs(timer(0, cist->maxAge().wire() - 1u));
+  cist->helloTimeIs(timer(0, 0xffff));
+  cist->fwdDelayIs(timer(0, 0xffff));
+  if (!isMst) return info;
+  cist->cistRegionalRootBridgeIdIs(bridgeId(static_cast<std::uint16_t>(u(0, 4095)), mac()));
+  cist->intRootPathCostIs(static_cast<Stp::PathCost>(rng()));
+  cist->remainingHopsIs(static_cast<std::uint8_t>(u(0, 255)));
+  std::string name(u(0, 32), 'x');
+  for (char& ch : name) ch = static_cast<char>(u(0, 255));
+  while (!name.empty() && name.back() == 0) name.pop_back();  // trailing zeros are padding on the wire
+  info->configNameStringIs(name);
+  info->configRevisionLevelIs(static_cast<unsigned short>(u(0, 0xffff)));
+  Stp::MstpConfigDigest digest;
+  for (auto& o : digest.octets) o = static_cast<std::uint8_t>(u(0, 255));
+  info->configDigestIs(digest);
+  for (unsigned n = mstis >= 0 ? unsigned(mstis) : u(0, 1) ? u(0, 4) : u(0, 64); info->mstiNCount() <= n;) {
+    const auto k = static_cast<std::uint16_t>(u(1, 4095));
+    if (info->mstiN(k)) continue;
+    auto e = info->mstiNIs(k);
+    e->flagsIs({static_cast<std::uint8_t>(u(0, 255))});
+    e->regionalRootBridgeIdIs(bridgeId(k, mac()));
+    e->intRootPathCostIs(static_cast<Stp::PathCost>(rng()));
+    e->bridgeIdIs(bridgeId(k, cist->bridgeId().address));
+    e->portIdIs(Stp::PortId(static_cast<std::uint8_t>(u(0, 15) << 4), cist->portId().portNumber));
+    e->remainingHopsIs(static_cast<std::uint8_t>(u(0, 255)));
+  }
+  return info;
+}
+
+// The same MST record with two MSTIs at every call.
+inline IntxInfo::Ptr mstRecord() {
+  std::mt19937 rng(3);
+  return randomRecord(rng, BpduKind::Mst, portMac, 2);
+}
+
+inline Octets encode(const IntxInfo::Ptr& info, bool tagged = false, std::uint16_t vlan = 0) {
+  BpduEncodeResult r = generateBpduFromIntxInfo(portSm(), info, tagged, vlan);
+  EXPECT_TRUE(r) << bpduEncodeErrorText(r.error);
+  return r ? octetsOf(r.pkt) : Octets{};
+}
+
+// A view of the BPDU body of an untagged frame.
+template <class View>
+View& body(Octets& frame, std::size_t offset = 0) {
+  return *reinterpret_cast<View*>(frame.data() + bpduLinkHeaderSize + offset);
+}
+
+inline void lengthIs(Octets& frame, std::uint16_t length) {
+  reinterpret_cast<BpduLinkHeader*>(frame.data())->length = length;
+}
+
+/// One row of the validation table: a frame, and the verdict it must get.
+struct Row {
+  const char* name;
+  std::function<Octets()> frame;
+  BpduKind kind;
+  BpduReason reject = BpduReason::none;
+  BpduReason fallback = BpduReason::none;
+};
+/// The IEEE rules, one row each with the boundaries that must still pass (BpduDecodeTest.cpp).
+const std::vector<Row>& ieeeRows();
+/// The MST frame the IEEE rows start from.
+inline Octets mst() { return encode(mstRecord()); }
+
+/// tshark is there to ask.
+inline bool haveTshark() { return std::system("command -v tshark >/dev/null 2>&1") == 0; }
+
+inline std::string run(const std::string& command) {
+  std::string out;
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  char buffer[4096];
+  while (pipe && std::fgets(buffer, sizeof buffer, pipe.get())) out += buffer;
+  return out;
+}
+
+// What tshark must show of a record, field by field (timers in whole seconds, one value per MSTI joined
+// by commas, nothing but version and type for a TCN, no MST fields for the other kinds).
+inline std::string text(const auto& v) {
+  std::ostringstream os;
+  os << v;
+  return os.str();
+}
+inline std::string seconds(Stp::TimerVal t) {
+  std::ostringstream os;
+  os << std::setprecision(12) << t.wire() / 256.0;
+  return os.str();
+}
+inline std::string hex(unsigned v, int digits = 2) {
+  char b[8];
+  std::snprintf(b, sizeof b, "0x%0*x", digits, v);
+  return b;
+}
+using Cist = std::function<std::string(const IntxInfo&, const IntxMstiInfo&)>;
+using Msti = std::function<std::string(const IntxMstiInfo&)>;
+inline Cist each(Msti f) {
+  return [f](const IntxInfo& info, const IntxMstiInfo&) {
+    std::string joined;
+    for (const auto& [key, m] : info.mstiN()) {
+      if (key.value() != 0) joined += (joined.empty() ? "" : ",") + f(*m);
+    }
+    return joined;
+  };
+}
+inline const BridgeId& offset17(const IntxInfo& i, const IntxMstiInfo& e) {
+  return i.stpVersion().value >= 3 ? e.cistRegionalRootBridgeId() : e.bridgeId();
+}
+const std::vector<std::pair<const char*, Cist>> tsharkFields = {
+    {"stp.flags", [](auto&, auto& e) { return hex(e.flags().value); }},
+    {"stp.root.prio", [](auto&, auto& e) { return text(e.cistRootBridgeId().priority); }},
+    {"stp.root.ext", [](auto&, auto& e) { return text(e.cistRootBridgeId().systemIdExtension); }},
+    {"stp.root.hw", [](auto&, auto& e) { return text(e.cistRootBridgeId().address); }},
+    {"stp.root.cost", [](auto&, auto& e) { return text(e.cistExtRootPathCost()); }},
+    {"stp.bridge.prio", [](auto& i, auto& e) { return text(offset17(i, e).priority); }},
+    {"stp.bridge.ext", [](auto& i, auto& e) { return text(offset17(i, e).systemIdExtension); }},
+    {"stp.bridge.hw", [](auto& i, auto& e) { return text(offset17(i, e).address); }},
+    {"stp.port", [](auto&, auto& e) { return hex(Stp::portIdWire(e.portId()).value(), 4); }},
+    {"stp.msg_age", [](auto&, auto& e) { return seconds(e.messageAge()); }},
+    {"stp.max_age", [](auto&, auto& e) { return seconds(e.maxAge()); }},
+    {"stp.hello", [](auto&, auto& e) { return seconds(e.helloTime()); }},
+    {"stp.forward", [](auto&, auto& e) { return seconds(e.fwdDelay()); }},
+    {"mstp.config_name", [](auto& i, auto&) { return i.configNameString().str(); }},
+    {"mstp.config_revision_level", [](auto& i, auto&) { return text(i.configRevisionLevel()); }},
+    {"mstp.config_digest", [](auto& i, auto&) { return text(i.configDigest()); }},
+    {"mstp.cist_internal_root_path_cost", [](auto&, auto& e) { return text(e.intRootPathCost()); }},
+    {"mstp.cist_bridge.prio", [](auto&, auto& e) { return text(e.bridgeId().priority); }},
+    {"mstp.cist_bridge.ext", [](auto&, auto& e) { return text(e.bridgeId().systemIdExtension); }},
+    {"mstp.cist_bridge.hw", [](auto&, auto& e) { return text(e.bridgeId().address); }},
+    {"mstp.cist_remaining_hops", [](auto&, auto& e) { return text(unsigned{e.remainingHops()}); }},
+    {"mstp.msti.msti_id", each([](auto& m) { return text(m.key()); })},
+    {"mstp.msti.flags", each([](auto& m) { return hex(m.flags().value); })},
+    {"mstp.msti.priority", each([](auto& m) { return hex(m.regionalRootBridgeId().priority >> 12); })},
+    {"mstp.msti.root.hw", each([](auto& m) { return text(m.regionalRootBridgeId().address); })},
+    {"mstp.msti.root_cost", each([](auto& m) { return text(m.intRootPathCost()); })},
+    {"mstp.msti.bridge_priority", each([](auto& m) { return text(m.bridgeId().priority >> 12); })},
+    {"mstp.msti.port_priority", each([](auto& m) { return text(m.portId().priority >> 4); })},
+    {"mstp.msti.remaining_hops", each([](auto& m) { return text(unsigned{m.remainingHops()}); })},
+};
+constexpr std::size_t firstMstField = 13;
+
+// tshark reads every frame of `path` as `records` say (one per frame), without a malformed packet.
+inline void expectTsharkReads(const std::string& path, const std::vector<IntxInfo::Ptr>& records) {
+  std::string command = "tshark -r '" + path + "' -T fields -E separator='|' -e stp.version -e stp.type";
+  for (const auto& [field, value] : tsharkFields) command += std::string(" -e ") + field;
+  std::istringstream lines(run(command + " 2>/dev/null"));
+  for (std::size_t n = 0; n < records.size(); ++n) {
+    const IntxInfo& info = *records[n];
+    std::string line, expected = text(unsigned{info.stpVersion().value}) + "|" + hex(info.intxInfoType().value);
+    ASSERT_TRUE(std::getline(lines, line)) << path;
+    for (std::size_t f = 0; f < tsharkFields.size(); ++f) {
+      const bool shown = info.mstiN(0) && (f < firstMstField || info.stpVersion().value >= 3);
+      expected += "|" + (shown ? tsharkFields[f].second(info, *info.mstiN(0)) : "");
+    }
+    EXPECT_EQ(line, expected) << path << " frame " << n + 1;
+  }
+  EXPECT_EQ(run("tshark -r '" + path + "' -V 2>/dev/null | grep -ci malformed"), "0\n");
+}
+
+
+}  // namespace StpTxRx::bpdutest
