@@ -12,6 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -181,6 +183,16 @@ TEST_F(PcapToolTest, VersionListAndAMissingFileNamedOnce) {
   ASSERT_EQ(said.size(), 1u);
   EXPECT_EQ(said[0].find(missing), said[0].rfind(missing)) << said[0];
   EXPECT_NE(said[0].find(missing), std::string::npos) << said[0];
+}
+
+// A trace setting naming a handle that nothing used warns, as a malformed one does; a used one does not.
+TEST_F(PcapToolTest, ATraceSettingNoHandleTookWarnsAtTheEnd) {
+  ::setenv("STPTXRX_TRACE", "StpTxRx/1,bogus", 1);
+  const Lines said = toolErr("--sample golden " + at("t.pcap"));
+  ::unsetenv("STPTXRX_TRACE");
+  EXPECT_EQ(status_, 0);
+  EXPECT_THAT(said, ::testing::Contains("STPTXRX_TRACE: no trace handle \"bogus\" was used; its setting did nothing"));
+  EXPECT_THAT(said, ::testing::Not(::testing::Contains(HasSubstr("\"StpTxRx\""))));
 }
 
 #if defined(STPTXRX_HAVE_PCAP)
