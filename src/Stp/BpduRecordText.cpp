@@ -231,13 +231,12 @@ constexpr Field fields[] = {
     {"type", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xff, r.values.type.value); }},
     {"vlan",
      [](std::string_view t, BpduRecipe& r) {
-       std::uint16_t v = 0;
+       // 0 is no VLAN and 4095 reserved: neither goes in a tag.
        const auto n = numberFromText(t, anyNumber);
        if (!n) return Error::badValue;
        if (*n < 1 || *n > 4094) return Error::vlan;
-       v = static_cast<std::uint16_t>(*n);
        r.tagged = true;
-       r.vlan = Bridging::VlanIdOrNone(v);
+       r.vlan = Bridging::VlanIdOrNone(static_cast<std::uint16_t>(*n));
        return Error::none;
      }},
     {"flags", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xff, r.values.cist.flags.value); }},

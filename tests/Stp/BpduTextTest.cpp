@@ -3,6 +3,8 @@
 #include <stptxrx/Stp/BpduRecordText.h>
 #include <stptxrx/Stp/BpduText.h>
 #include <stptxrx/Stp/StpBpduCodec.h>
+#include <stptxrx/Stp/StpTxRxUtils.h>
+#include <stptxrx/state/BpduWire.h>
 #include <stptxrx/state/AgentTypes.h>
 
 #include <gtest/gtest.h>
@@ -45,6 +47,29 @@ TEST(BpduTextTest, EveryKindReadsBackAsItsLine) {
                 " regroot=28672.7.02:00:00:00:00:77 intcost=777 hops=19 name=\"a\\x09b\" revision=0 "
                 "digest=00000000000000000000000000000000 [msti 2 flags=role:master,master "
                 "regroot=0.2.00:00:00:00:00:02 intcost=0 bridge=4096.2.00:aa:bb:cc:dd:ee port=0.3 hops=0]");
+}
+
+// A version 3 BPDU that breaks an MST rule reads as RST and says which rule; a valid result without a
+// record (or without entry 0) shows only what the link layer told.
+TEST(BpduTextTest, AnRstFallbackNamesItsRuleAndARecordlessResultStopsAtTheLinkFields) {
+  const RecordTextResult text = recordFromText("version=3,flags=0x3c");
+  ASSERT_TRUE(text);
+  const auto portSm = Stp::MstPortSm::MstPortSmIs(
+      Stp::Port::PortIs(Nelk::IntfId("Ethernet1"), Nelk::EthAddr(2, 0, 0, 0, 0, 1)));
+  const BpduEncodeResult e = generateBpduFromIntxInfo(portSm, intxRecord(text.recipe.values), false, {});
+  ASSERT_TRUE(e);
+  std::vector<std::uint8_t> frame(e.pkt->data(), e.pkt->data() + e.pkt->size());
+  auto* body = reinterpret_cast<Stp::CommonBpdu*>(frame.data() + sizeof(BpduLinkHeader));
+  static_cast<Stp::RstpBpdu*>(body)->version1Length = 1;
+  const IntxInfo::Ptr back = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
+  const BpduDecodeResult d = generateIntxInfoFromPkt(frame.data(), frame.size(), back.get());
+  ASSERT_EQ(d.kind, BpduKind::Rst);
+  const std::string head = std::string("rst src 02:00:00:00:00:01 (read as RST: ") + bpduReasonText(d.rstFallback) +
+                           ") flags=role:designated,learning,forwarding root=32768.1.00:11:22:33:44:55 ";
+  EXPECT_EQ(bpduText(d, back.get(), frame.size()).substr(0, head.size()), head);
+  EXPECT_EQ(bpduText(d, nullptr, frame.size()), "rst src 02:00:00:00:00:01");
+  EXPECT_EQ(bpduText(d, IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone()).get(), frame.size()),
+            std::string("rst src 02:00:00:00:00:01 (read as RST: ") + bpduReasonText(d.rstFallback) + ")");
 }
 
 TEST(BpduTextTest, FlagsByKindConfigurationShowsNoRole) {
