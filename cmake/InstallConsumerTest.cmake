@@ -90,6 +90,13 @@ if(NOT found_dir STREQUAL expected_dir)
 endif()
 run("${CMAKE_COMMAND}" --build "${build}" ${config_args})
 run("${build}/stptxrx_consumer")
+# The README shows examples/FirstProgram.cpp whole, so the program CI builds is the one users read.
+file(READ "${CONSUMER_SOURCE_DIR}/../../README.md" readme)
+file(READ "${CONSUMER_SOURCE_DIR}/../../examples/FirstProgram.cpp" first_program)
+string(FIND "${readme}" "${first_program}" at)
+if(at EQUAL -1)
+    message(FATAL_ERROR "install_consumer: README.md does not show examples/FirstProgram.cpp as it stands")
+endif()
 # The README's first program and the mirror example run as shown (the mirror writes its capture, when it
 # has the companion library, inside the work directory).
 run("${build}/example_FirstProgram")
