@@ -78,7 +78,6 @@ const char* recordTextErrorText(RecordTextError error) {
     case RecordTextError::portNumber: return "port number above 4095";
     case RecordTextError::vlan: return "VLAN outside 1 to 4094";
     case RecordTextError::mstiId: return "MSTI id outside 1 to 4095";
-    case RecordTextError::nameTooLong: return "configuration name longer than 32 octets";
   }
   return "unknown error";
 }
@@ -250,8 +249,7 @@ constexpr Field fields[] = {
     {"fwd", [](std::string_view t, BpduRecipe& r) { return timer(t, r.values.cist.fwdDelay); }},
     {"name",
      [](std::string_view t, BpduRecipe& r) {
-       if (t.size() > 32) return Error::nameTooLong;
-       r.values.configName = std::string(t);
+       r.values.configName = std::string(t);  // a name too long to send is the encoder's to refuse
        return Error::none;
      }},
     {"revision", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xffff, r.values.configRevision); }},

@@ -98,7 +98,6 @@ enum class RecordTextError : std::uint8_t {
   portNumber,         ///< "port number above 4095"
   vlan,               ///< "VLAN outside 1 to 4094"
   mstiId,             ///< "MSTI id outside 1 to 4095"
-  nameTooLong,        ///< "configuration name longer than 32 octets"
 };
 STPTXRX_EXPORT const char* recordTextErrorText(RecordTextError error);
 
@@ -116,7 +115,8 @@ struct RecordTextResult {
 /// RecordValues{}. Fields (numbers decimal or 0x hex):
 ///   version, type (0-255), vlan (1-4094, tags the frame), flags (0-255), cost, intcost (32-bit),
 ///   root, bridge, regroot (PRIORITY/EXTENSION/MAC), port (PRIORITY/NUMBER),
-///   age, maxage, hello, fwd (0-0xffff, 1/256 s), name (at most 32 octets), revision (16-bit),
+///   age, maxage, hello, fwd (0-0xffff, 1/256 s), name (text without ','; longer than 32 octets the
+///   encoder refuses it, BpduEncodeError::nameTooLong), revision (16-bit),
 ///   digest (32 hex digits), hops (0-255),
 ///   msti=ID/FLAGS/ROOTPRIO/ROOTMAC/COST/BRIDGEPRIO/PORTPRIO/HOPS (repeatable, each ID once).
 /// A bridge priority is a multiple of 4096 up to 61440, an extension or port number at most 4095, a port
