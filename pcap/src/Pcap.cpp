@@ -100,15 +100,17 @@ bool PcapWriter::write(const Nelk::Pkt& pkt) {
 }
 
 // A double holds any 32-bit second count to well under half a microsecond, so the timestamp of a
-// microsecond capture comes back exactly.
+// microsecond capture comes back exactly. The file's seconds field is read back as a signed 32-bit
+// count (libpcap does), so the latest time written is 2^31 - 1 s plus 999999 us.
 bool PcapWriter::write(const Nelk::Pkt& pkt, double time) {
-  constexpr double maxTime = 4294967295.0;
+  constexpr std::uint32_t maxSec = 0x7fffffff;
+  constexpr double maxTime = maxSec;
   const double t = time > 0 ? (time < maxTime ? time : maxTime) : 0;
   auto sec = static_cast<std::uint32_t>(t);
   auto usec = static_cast<std::uint32_t>((t - sec) * 1e6 + 0.5);
-  if (usec >= 1000000) {
-    usec = sec == 0xffffffff ? 999999 : 0;
-    sec += usec == 0 ? 1 : 0;
+  if (usec >= 1000000) {  // rounded up to the next second, which is at most maxSec: t < maxTime here
+    usec = 0;
+    ++sec;
   }
   return write(pkt.data(), pkt.size(), sec, usec);
 }

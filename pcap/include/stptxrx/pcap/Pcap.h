@@ -85,7 +85,8 @@ class STPTXRX_EXPORT PcapWriter {
   /// file of the same frames is the same file.
   bool write(const Nelk::Pkt& pkt);
   /// Appends a packet's data with a timestamp in seconds since the epoch (as PcapReader gives it),
-  /// rounded to the nearest microsecond; times outside 0 to 2^32 - 1 s are held at the nearest end.
+  /// rounded to the nearest microsecond; times outside 0 to 2^31 - 1 s (what a reader takes back from
+  /// the file's seconds field) are held at the nearest end.
   bool write(const Nelk::Pkt& pkt, double time);
   /// Closes the file; false when a write had failed or closing fails.
   bool close();
