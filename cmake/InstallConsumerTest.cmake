@@ -78,6 +78,7 @@ run("${CMAKE_COMMAND}" -S "${CONSUMER_SOURCE_DIR}" -B "${build}" -G "${GENERATOR
     "-DCMAKE_CXX_FLAGS=${EXTRA_FLAGS}"
     "-DCMAKE_EXE_LINKER_FLAGS=${EXTRA_FLAGS}"
     "-DSTPTXRX_EXPECTED_VERSION=${EXPECTED_VERSION}"
+    "-DSTPTXRX_EXAMPLES_DIR=${CONSUMER_SOURCE_DIR}/../../examples"
     ${cmake_config_args})
 # The package must come from the scratch prefix, not from some other installation.
 file(STRINGS "${build}/CMakeCache.txt" found_dir REGEX "^StpTxRx_DIR:")
@@ -89,6 +90,21 @@ if(NOT found_dir STREQUAL expected_dir)
 endif()
 run("${CMAKE_COMMAND}" --build "${build}" ${config_args})
 run("${build}/stptxrx_consumer")
+# The README shows examples/FirstProgram.cpp whole, so the program CI builds is the one users read.
+file(READ "${CONSUMER_SOURCE_DIR}/../../README.md" readme)
+file(READ "${CONSUMER_SOURCE_DIR}/../../examples/FirstProgram.cpp" first_program)
+string(FIND "${readme}" "${first_program}" at)
+if(at EQUAL -1)
+    message(FATAL_ERROR "install_consumer: README.md does not show examples/FirstProgram.cpp as it stands")
+endif()
+# The README's first program and the mirror example run as shown (the mirror writes its capture, when it
+# has the companion library, inside the work directory).
+run("${build}/example_FirstProgram")
+execute_process(COMMAND "${build}/example_MirrorAndSend" "${WORK_DIR}/mirror.pcap" RESULT_VARIABLE rc
+    OUTPUT_QUIET)
+if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "install_consumer: example_MirrorAndSend failed (${rc})")
+endif()
 
 # --- pkg-config consumer -----------------------------------------------------------------------
 find_program(PKG_CONFIG pkg-config)
@@ -114,3 +130,17 @@ set(pc_exe "${WORK_DIR}/stptxrx_consumer_pc")
 run("${CXX_COMPILER}" -std=c++20 ${extra} "${CONSUMER_SOURCE_DIR}/main.cpp" -o "${pc_exe}"
     ${pc_flags} "-Wl,-rpath,${libdir}")
 run("${pc_exe}")
+
+# The companion library through pkg-config, when it was installed: its Requires pulls in stptxrx.
+if(EXISTS "${libdir}/pkgconfig/stptxrx-pcap.pc")
+    execute_process(COMMAND "${PKG_CONFIG}" --cflags --libs stptxrx-pcap
+        OUTPUT_VARIABLE pcap_flags OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0)
+        message(FATAL_ERROR "install_consumer: pkg-config --cflags --libs stptxrx-pcap failed (${rc})")
+    endif()
+    separate_arguments(pcap_flags UNIX_COMMAND "${pcap_flags}")
+    set(pcap_exe "${WORK_DIR}/stptxrx_receive_pc")
+    run("${CXX_COMPILER}" -std=c++20 ${extra} "${CONSUMER_SOURCE_DIR}/../../examples/ReceiveBpdus.cpp"
+        -o "${pcap_exe}" ${pcap_flags} "-Wl,-rpath,${libdir}")
+    run("${pcap_exe}" "${WORK_DIR}/mirror.pcap")
+endif()

@@ -7,18 +7,21 @@
 //
 // An agent changes the flags of instance 0 on port Ethernet1; a transmit status syncer mirrors the change
 // into a second status; a change counter on the mirrored record sees it; the sending side encodes the
-// mirrored record into a BPDU frame. Then the receive side: the transmit status gives a dynamic receive
+// mirrored record with the every-kind encoder (generateBpduFromIntxInfo), as an RST BPDU and then, as
+// the agent changes the record's version and type, as Configuration, TCN and MST BPDUs, and reads each
+// frame back as a receiver would (one line each, the library's readable form). Then the receive side: the transmit status gives a dynamic receive
 // status its shape, and a received record is copied into it; last, a neighbour's MST BPDU is decoded
 // into the receiving process's status through the port's receiver, a damaged copy is turned away and a
 // flood is cut off by the port's rate limit, the counters reaching the dynamic status as they change.
 // Live, the agent then meets a kernel bridge: it receives the bridge's BPDU through the same receive path
 // and sends a superior one encoded from its transmit record, and the bridge takes its root. Each step is
 // one thing a user of the library does, in the order an agent would do it.
-#include "../tools/BpduSamples.h"  // dumpRstFrame, intxRecord
 #if STPTXRX_HAVE_PCAP
-#include "../tools/Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 #endif
 
+#include <stptxrx/Stp/BpduRecordText.h>
+#include <stptxrx/Stp/BpduText.h>
 #include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
 #include <stptxrx/Stp/StpRxStatusSyncer.h>
@@ -35,6 +38,7 @@
 #include <iostream>
 #include <string>
 #include <thread>
+#include <vector>
 
 using namespace StpTxRx;
 
@@ -47,10 +51,11 @@ void fillCist(IntxMstiInfo& cist) {
   cist.cistExtRootPathCostIs(20000);
   cist.bridgeIdIs(Stp::BridgeId{bridgePriority(1).value, 0, Nelk::EthAddr(0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee)});
   cist.portIdIs(Stp::PortId(portPriority(8), 3));
-  cist.messageAgeIs(Stp::TimerVal(0x00, 0x00));  // timers in 1/256 s, octets as on the wire
-  cist.maxAgeIs(Stp::TimerVal(0x14, 0x00));      // 20 s
-  cist.helloTimeIs(Stp::TimerVal(0x02, 0x00));   // 2 s
-  cist.fwdDelayIs(Stp::TimerVal(0x0f, 0x00));    // 15 s
+  // Timers travel in 1/256 s; fromSeconds converts and refuses what does not fit (above 255.99 s).
+  cist.messageAgeIs(*Stp::TimerVal::fromSeconds(0));
+  cist.maxAgeIs(*Stp::TimerVal::fromSeconds(20));
+  cist.helloTimeIs(*Stp::TimerVal::fromSeconds(2));
+  cist.fwdDelayIs(*Stp::TimerVal::fromSeconds(15));
 }
 
 void step(int n, const std::string& what) { std::cout << "\nStep " << n << ": " << what << "\n"; }
@@ -90,7 +95,8 @@ int main(int argc, char** argv) {
   TxMstStatus::Ptr agentGroup = agentTx->txMstStatusIs(group);
   TxMstPortStatus::Ptr agentPort = agentGroup->txMstPortStatusIs(intf);
   IntxInfo::Ptr agentRecord = agentPort->txInfoIs(noVlan);
-  agentRecord->stpVersionIs(Stp::StpBpduVersion{2});
+  agentRecord->stpVersionIs(Stp::StpBpduVersion{2});  // version 2 and type 2 name an RST BPDU
+  agentRecord->intxInfoTypeIs(Stp::StpBpduType{2});
   fillCist(*agentRecord->mstiNIs(cistId));
   IntxInfo::Ptr mirrorRecord = mirrorTx->txMstStatus(group)->txMstPortStatus(intf)->txInfo(noVlan);
   std::cout << "        agent  " << IntxInfo::PtrConst(agentRecord) << "\n"
@@ -107,26 +113,52 @@ int main(int argc, char** argv) {
   std::cout << "        mirrored flags = " << mirrorRecord->mstiN(cistId)->flags()
             << ", updatedFieldCount = " << counter->updatedFieldCount() << " (rose by 1)\n";
 
-  step(5, "the sending process encodes the mirrored record into an RST BPDU");
+  step(5, "the sending process encodes the mirrored record, then every other kind as the agent changes it");
   Stp::Port::Ptr portRecord = Stp::Port::PortIs(intf, Nelk::EthAddr(0x02, 0x00, 0x00, 0x00, 0x00, 0x01));
   Stp::MstPortSm::Ptr portSm = Stp::MstPortSm::MstPortSmIs(portRecord);
-  Nelk::Pkt::Ptr frame = generatePktFromIntxInfo(portSm, mirrorRecord, false);
-  if (!frame) {
-    std::cerr << "no packet could be allocated\n";
-    return 1;
-  }
-  std::printf("        %zu octets; body offset 4 (frame offset 21) holds the flags: 0x%02x\n", frame->size(),
-              frame->data()[17 + 4]);
-  tools::dumpRstFrame(std::cout, frame->data(), frame->size());
+  std::vector<Nelk::Pkt::Ptr> frames;
+  // Encodes the mirrored record in the kind its version and type name and prints what a receiver reads.
+  auto send = [&](const char* what) {
+    const BpduEncodeResult e = generateBpduFromIntxInfo(portSm, mirrorRecord, /*tagged=*/false, noVlan);
+    if (!e) {
+      std::cerr << what << ": not encoded: " << bpduEncodeErrorText(e.error) << "\n";
+      return false;
+    }
+    IntxInfo::Ptr heard = IntxInfo::IntxInfoIs(noVlan);
+    const BpduDecodeResult r = generateIntxInfoFromPkt(e.pkt->data(), e.pkt->size(), heard.get());
+    std::cout << "        " << what << ", " << e.pkt->size() << " octets: " << bpduText(r, heard.get(), e.pkt->size())
+              << "\n";
+    frames.push_back(e.pkt);
+    return true;
+  };
+  if (!send("RST")) return 1;
+  agentRecord->stpVersionIs(Stp::StpBpduVersion{0});  // a Configuration BPDU: only TC and TCA are defined
+  agentRecord->intxInfoTypeIs(Stp::StpBpduType{0});
+  if (!send("Config")) return 1;
+  agentRecord->intxInfoTypeIs(Stp::StpBpduType{0x80});
+  if (!send("TCN")) return 1;
+  agentRecord->stpVersionIs(Stp::StpBpduVersion{3});  // MST: entries other than 0 go out as MSTI messages
+  agentRecord->intxInfoTypeIs(Stp::StpBpduType{2});
+  agentRecord->configNameStringIs(Zek::String("demo-region"));
+  mstRecordEntry(*agentRecord->mstiNIs(Stp::BridgeSystemId(1)),
+                 MstiValues{1, Stp::RstpBpduFlags{0x7c}, 4096, Nelk::EthAddr(0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee), 0,
+                            4096, 128, 20},
+                 goldenCist());
+  if (!send("MST")) return 1;
+  std::cout << "        change counter after the agent's edits: " << counter->updatedFieldCount() << "\n";
 
-  step(6, "the frame goes to a pcap file");
+  step(6, "the frames go to a pcap file");
 #if STPTXRX_HAVE_PCAP
-  tools::PcapWriter pcap(path);
-  if (!pcap.ok() || !pcap.write(*frame) || !pcap.close()) {
+  pcap::PcapWriter pcap(path);
+  for (const Nelk::Pkt::Ptr& frame : frames) {
+    if (!pcap.write(*frame)) break;
+  }
+  if (!pcap.close()) {
     std::cerr << "cannot write " << path << ": " << pcap.error() << "\n";
     return 1;
   }
-  std::cout << "        wrote " << path << "; open it with: tshark -r " << path << " -V\n";
+  std::cout << "        wrote " << frames.size() << " frames to " << path << "; open it with: tshark -r " << path
+            << " -V\n";
 #else
   std::cout << "        skipped: this demo was built without libpcap (Debian: libpcap-dev), which writes captures\n";
 #endif
@@ -165,14 +197,14 @@ int main(int argc, char** argv) {
   // The receiver is the port's whole receive path: rate limit, decode, record and counters. Arrival
   // times are the agent's clock in seconds; here they are made up.
   BpduReceiver receiver(receivedPort);
-  tools::RecordValues neighbour;  // the golden common instance, plus what only MST carries
+  RecordValues neighbour;  // the golden common instance, plus what only MST carries
   neighbour.version = Stp::StpBpduVersion{3};
   neighbour.configName = "demo-region";
   neighbour.configRevision = 1;
   neighbour.mstis = {  // MSTID, flags, regional root priority and address, cost, bridge and port priority, hops
       {1, Stp::RstpBpduFlags{0x7c}, 4096, Nelk::EthAddr(0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee), 0, 4096, 128, 20},
       {2, Stp::RstpBpduFlags{0x78}, 32768, Nelk::EthAddr(0x00, 0x11, 0x22, 0x33, 0x44, 0x55), 2000, 4096, 128, 19}};
-  const BpduEncodeResult sent = generateBpduFromIntxInfo(portSm, tools::intxRecord(neighbour), false, noVlan);
+  const BpduEncodeResult sent = generateBpduFromIntxInfo(portSm, intxRecord(neighbour), false, noVlan);
   if (!sent) {
     std::cerr << "cannot encode the MST BPDU: " << bpduEncodeErrorText(sent.error) << "\n";
     return 1;
@@ -237,7 +269,7 @@ int liveStep(const std::string& iface, const std::string& bridge) {
   auto now = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
 
   step(13, "live: the agent meets the kernel bridge " + bridge + " on " + iface);
-  tools::PcapPort wire(iface, tools::PcapPort::Use::receive);
+  pcap::PcapPort wire(iface, pcap::PcapPort::Use::receive);
   if (!wire.error().empty()) {
     std::cerr << "cannot open " << wire.error() << "\n";
     return 1;
@@ -248,7 +280,7 @@ int liveStep(const std::string& iface, const std::string& bridge) {
   RxStatus::Ptr rx = RxStatus::RxStatusIs();
   RxMstPortStatus::Ptr rxPort = rx->rxMstStatusIs(Zek::Name("mst"))->rxMstPortStatusIs(Nelk::IntfId(iface.c_str()));
   BpduReceiver receiver(rxPort);
-  tools::PcapFrame frame;
+  pcap::PcapFrame frame;
   BpduDecodeResult heard;
   while (heard.kind != BpduKind::Config && now() < 10) {
     if (wire.next(frame, 200) == 1) heard = receiver.frameIs(noVlan, frame.data.data(), frame.data.size(), now());
@@ -260,7 +292,7 @@ int liveStep(const std::string& iface, const std::string& bridge) {
   }
   const IntxMstiInfo& their = *theirs->mstiN(cistId);
   std::cout << "        received " << heard.kind << " from " << heard.source << ": root " << their.cistRootBridgeId()
-            << ", bridge " << their.bridgeId() << ", hello " << their.helloTime().wire() / 256.0 << " s\n"
+            << ", bridge " << their.bridgeId() << ", hello " << their.helloTime().seconds() << " s\n"
             << "        receive status: rxUpdate = " << rxPort->rxUpdate(noVlan) << ", counters " << rxPort->counters()
             << "\n";
 

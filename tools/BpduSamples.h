@@ -1,10 +1,10 @@
 #pragma once
-// Transmit records of every BPDU kind built from plain values, a set of named RST sample records, and an
-// annotated hex dump of an RST BPDU frame (one line per field). Header-only; shared by stptxrx-pcap, the
-// examples and the frame tests.
+// The tool's named RST sample records and an annotated hex dump of an RST BPDU frame (one line per
+// field). Header-only, on installed headers only; the record values and builders are the library's
+// (<stptxrx/Stp/BpduRecordText.h>) and are named here too for the tests that use them as tools::.
+#include <stptxrx/Stp/BpduRecordText.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/net/EthAddr.h>
-#include <stptxrx/state/AgentTypes.h>
 #include <stptxrx/state/BpduWire.h>
 #include <stptxrx/state/IntxInfo.h>
 #include <stptxrx/state/StpTypes.h>
@@ -20,115 +20,13 @@
 
 namespace StpTxRx::tools {
 
-/// The values of a common-instance entry that an RST BPDU carries.
-struct CistValues {
-  Stp::RstpBpduFlags flags;
-  Stp::BridgeId rootId;
-  Stp::PathCost rootPathCost = 0;
-  Stp::BridgeId bridgeId;
-  Stp::PortId portId;
-  Stp::TimerVal messageAge;
-  Stp::TimerVal maxAge;
-  Stp::TimerVal helloTime;
-  Stp::TimerVal fwdDelay;
-};
-
-/// The reference record: root 32768/1/00:11:22:33:44:55 at cost 20000, bridge 4096/0/00:aa:bb:cc:dd:ee,
-/// port 128/3, timers 0 / 20 s / 2 s / 15 s, flags 0x3c (designated, learning, forwarding).
-inline CistValues goldenCist() {
-  CistValues v;
-  v.flags = Stp::RstpBpduFlags{0x3c};
-  v.rootId = Stp::BridgeId{32768, 1, Nelk::EthAddr(0x00, 0x11, 0x22, 0x33, 0x44, 0x55)};
-  v.rootPathCost = 20000;
-  v.bridgeId = Stp::BridgeId{4096, 0, Nelk::EthAddr(0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee)};
-  v.portId = Stp::PortId(128, 3);
-  v.messageAge = Stp::TimerVal(0x00, 0x00);
-  v.maxAge = Stp::TimerVal(0x14, 0x00);
-  v.helloTime = Stp::TimerVal(0x02, 0x00);
-  v.fwdDelay = Stp::TimerVal(0x0f, 0x00);
-  return v;
-}
-
-/// The values one MSTI configuration message carries. The message holds only the priorities of the
-/// bridge and port identifiers; the record gets the rest as a decode fills it (see mstRecordEntry).
-struct MstiValues {
-  std::uint16_t mstid = 1;
-  Stp::RstpBpduFlags flags;
-  std::uint16_t regionalRootPriority = 0;
-  Nelk::EthAddr regionalRootAddress;
-  Stp::PathCost intRootPathCost = 0;
-  std::uint16_t bridgePriority = 0;
-  std::uint8_t portPriority = 0;
-  std::uint8_t remainingHops = 0;
-};
-
-/// The values of a whole transmit record: version and type (they pick the BPDU kind), the common
-/// instance, and what only an MST BPDU carries: the configuration identifier, the CIST regional root,
-/// internal cost and hops, and the MSTIs. The defaults make an RST record with the golden entry; the
-/// CIST regional fields default to recognisable non-zero values so that a kind that does not carry them
-/// visibly leaves them out.
-struct RecordValues {
-  Stp::StpBpduVersion version{Stp::RstpBpdu::rstVersion};
-  Stp::StpBpduType type{Stp::RstpBpdu::rstType};
-  CistValues cist = goldenCist();
-  std::string configName;
-  std::uint16_t configRevision = 0;
-  Stp::MstpConfigDigest configDigest;
-  Stp::BridgeId cistRegionalRoot{0x7000, 7, Nelk::EthAddr(0x02, 0, 0, 0, 0, 0x77)};
-  Stp::PathCost cistIntRootPathCost = 777;
-  std::uint8_t cistRemainingHops = 19;
-  std::vector<MstiValues> mstis;  ///< in any order; the encoder sends them by ascending MSTID
-};
-
-/// Fills the MSTI entry of `m` as decoding its message would: the regional root and bridge identifier
-/// carry the MSTID as their extension, the bridge identifier the CIST bridge address and the port
-/// identifier the CIST port number; the attributes a message does not carry stay zero. A record written
-/// and read back is therefore the same record.
-inline void mstRecordEntry(IntxMstiInfo& e, const MstiValues& m, const CistValues& cist) {
-  e.flagsIs(m.flags);
-  e.regionalRootBridgeIdIs(Stp::BridgeId{m.regionalRootPriority, m.mstid, m.regionalRootAddress});
-  e.intRootPathCostIs(m.intRootPathCost);
-  e.bridgeIdIs(Stp::BridgeId{m.bridgePriority, m.mstid, cist.bridgeId.address});
-  e.portIdIs(Stp::PortId(m.portPriority, cist.portId.portNumber));
-  e.remainingHopsIs(m.remainingHops);
-}
-
-/// A record of `v` (no VLAN): entry 0 holds the common instance, one entry per MSTI follows. Entry 0's
-/// MSTI regional root, which no BPDU carries, holds a recognisable non-zero value. Nothing is checked
-/// here: what the encoder cannot send (a long name, too many MSTIs, an unknown version and type) it
-/// reports itself.
-inline IntxInfo::Ptr intxRecord(const RecordValues& v) {
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
-  info->stpVersionIs(v.version);
-  info->intxInfoTypeIs(v.type);
-  info->configRevisionLevelIs(v.configRevision);
-  info->configNameStringIs(Zek::String(v.configName));
-  info->configDigestIs(v.configDigest);
-  Zek::Ptr<IntxMstiInfo> e = info->mstiNIs(Stp::BridgeSystemId(0));
-  e->flagsIs(v.cist.flags);
-  e->bridgeIdIs(v.cist.bridgeId);
-  e->portIdIs(v.cist.portId);
-  e->cistRootBridgeIdIs(v.cist.rootId);
-  e->cistExtRootPathCostIs(v.cist.rootPathCost);
-  e->cistRegionalRootBridgeIdIs(v.cistRegionalRoot);
-  e->intRootPathCostIs(v.cistIntRootPathCost);
-  e->regionalRootBridgeIdIs(Stp::BridgeId{0x7000, 7, Nelk::EthAddr(0x02, 0, 0, 0, 0, 0x78)});
-  e->remainingHopsIs(v.cistRemainingHops);
-  e->messageAgeIs(v.cist.messageAge);
-  e->maxAgeIs(v.cist.maxAge);
-  e->helloTimeIs(v.cist.helloTime);
-  e->fwdDelayIs(v.cist.fwdDelay);
-  for (const MstiValues& m : v.mstis) mstRecordEntry(*info->mstiNIs(Stp::BridgeSystemId(m.mstid)), m, v.cist);
-  return info;
-}
-
-/// A record the RST encoder accepts (version 2, no VLAN) whose entry 0 holds `v`. The entry's fields
-/// that the encoder does not read are filled with recognisable non-zero values.
-inline IntxInfo::Ptr rstRecord(const CistValues& v) {
-  RecordValues r;
-  r.cist = v;
-  return intxRecord(r);
-}
+using StpTxRx::CistValues;
+using StpTxRx::goldenCist;
+using StpTxRx::intxRecord;
+using StpTxRx::MstiValues;
+using StpTxRx::mstRecordEntry;
+using StpTxRx::RecordValues;
+using StpTxRx::rstRecord;
 
 struct NamedSample {
   std::string name;

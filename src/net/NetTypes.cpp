@@ -14,6 +14,32 @@ std::ostream& operator<<(std::ostream& os, const EthAddr& a) {
   return os << text;
 }
 
+std::optional<EthAddr> EthAddr::fromText(std::string_view text) {
+  auto digit = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  std::array<std::uint8_t, 6> octets{};
+  std::size_t pos = 0;
+  for (std::size_t i = 0; i < octets.size(); ++i) {
+    if (i > 0) {
+      if (pos >= text.size() || text[pos] != ':') return std::nullopt;
+      ++pos;
+    }
+    unsigned value = 0;
+    std::size_t digits = 0;
+    for (int d; digits < 2 && pos < text.size() && (d = digit(text[pos])) >= 0; ++pos, ++digits) {
+      value = value * 16 + static_cast<unsigned>(d);
+    }
+    if (digits == 0) return std::nullopt;
+    octets[i] = static_cast<std::uint8_t>(value);
+  }
+  if (pos != text.size()) return std::nullopt;
+  return EthAddr(octets);
+}
+
 Zek::String IntfId::shortName() const {
   std::string_view n = name_.view();
   std::size_t word = 0;

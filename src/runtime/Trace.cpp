@@ -37,9 +37,15 @@ struct TraceState {
       if (!parse(env, rules)) {
         std::fprintf(stderr, "STPTXRX_TRACE: cannot parse \"%s\"; tracing stays off\n", env);
         rules.clear();
+      } else {
+        // Handles are made on first use, so a name no handle takes is known only at the end.
+        std::atexit(warnUnusedNames);
       }
     }
   }
+
+  // At exit: each name of the environment's setting that no handle took, once.
+  static void warnUnusedNames();
 
   std::uint16_t maskFor(const std::string& name) const {
     std::uint16_t mask = 0;
@@ -75,6 +81,18 @@ struct TraceState {
 TraceState& state() {
   static TraceState* s = new TraceState;  // never destroyed: traces may run from static destructors
   return *s;
+}
+
+void TraceState::warnUnusedNames() {
+  const TraceState& s = state();
+  for (std::size_t i = 0; i < s.rules.size(); ++i) {
+    const std::string& name = s.rules[i].name;
+    bool earlier = false;
+    for (std::size_t j = 0; j < i && !earlier; ++j) earlier = s.rules[j].name == name;
+    if (name == "*" || earlier || s.byName.count(name) != 0) continue;
+    std::fprintf(stderr, "STPTXRX_TRACE: no trace handle \"%s\" was used; its setting did nothing\n",
+                 name.c_str());
+  }
 }
 
 class StderrSink : public TraceSink {

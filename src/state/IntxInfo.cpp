@@ -39,9 +39,10 @@ std::ostream& operator<<(std::ostream& os, const IntxInfo& info) {
      << " type=" << info.intxInfoType() << " neighbor=" << info.neighborAddr()
      << " revision=" << info.configRevisionLevel() << " name=\"" << info.configNameString()
      << "\" digest=" << info.configDigest() << " msti=[";
+  // Each entry in full: a record whose entries differ only in content must print differently.
   bool first = true;
-  for (const auto& entry : info.mstiN()) {
-    os << (first ? "" : ",") << entry.first;
+  for (const auto& [key, entry] : info.mstiN()) {
+    os << (first ? "" : ", ") << *entry;
     first = false;
   }
   return os << "])";

@@ -1,10 +1,18 @@
 // stptxrx-pcap run as a user runs it: captures decode to their kind and rewrite losslessly, the rate
 // limit follows the capture's timestamps, records of every kind read back in the line format, a cut file
-// or a record the encoder refuses fails with status 1. (Interfaces: tests/interop/interop.sh.)
+// or a record the encoder refuses fails with status 1, a value that does not fit or a misused option is
+// refused with status 2, and nothing is written on a refusal. (Interfaces: tests/interop/interop.sh.)
+#include <stptxrx/Version.h>
+#if defined(STPTXRX_HAVE_PCAP)
+#include <stptxrx/pcap/Pcap.h>
+#endif
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 #include <cstdio>
 #include <filesystem>
@@ -18,6 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 using Lines = std::vector<std::string>;
 
@@ -32,8 +41,9 @@ class PcapToolTest : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir_); }
   std::string at(const char* name) const { return "'" + (dir_ / name).string() + "'"; }
   // Runs the tool (standard error dropped): its standard output's lines; the exit status in `status_`.
-  Lines tool(const std::string& args) {
-    FILE* out = popen((STPTXRX_BINARY_DIR "/stptxrx-pcap " + args + " 2>/dev/null").c_str(), "r");
+  Lines tool(const std::string& args, bool dropErrors = true) {
+    const std::string errors = dropErrors ? " 2>/dev/null" : "";
+    FILE* out = popen((STPTXRX_BINARY_DIR "/stptxrx-pcap " + args + errors).c_str(), "r");
     Lines lines(1);
     for (int c; out && (c = std::fgetc(out)) != EOF;) c == '\n' ? lines.emplace_back() : lines.back() += char(c);
     const int status = out ? pclose(out) : -1;
@@ -41,6 +51,8 @@ class PcapToolTest : public ::testing::Test {
     lines.pop_back();  // after the last newline: nothing
     return lines;
   }
+  // Runs the tool with standard output dropped: the lines of its standard error.
+  Lines toolErr(const std::string& args) { return tool(args + " 2>&1 >/dev/null", false); }
   const fs::path dir_ = fs::temp_directory_path() / ("stptxrx-pcaptool-" + std::to_string(::getpid()));
   int status_ = -1;
 };
@@ -115,9 +127,105 @@ TEST_F(PcapToolTest, RecordsOfEveryKindReadBackARejectIsNamedAndARefusedRecordWr
   EXPECT_EQ(lines[4], "5 reject: protocol identifier not 0 src 02:00:00:00:00:0a");
   EXPECT_EQ(lines[5], "summary: frames=5 config=1 tcn=1 rst=1 mst=1 rejected=1 rate-limited=0 protocolIdentifier=1");
 
-  tool("--record version=3,name=" + std::string(33, 'n') + " " + at("long.pcap"));
-  EXPECT_EQ(status_, 1);
-  EXPECT_FALSE(fs::exists(dir_ / "long.pcap"));
+  // Records the text takes and the encoder refuses: a kind it has not, a name longer than 32 octets.
+  for (const std::string& record : {std::string("version=5,type=9"), "version=3,name=" + std::string(33, 'n')}) {
+    tool("--sample golden --record " + record + " " + at("refused.pcap"));
+    EXPECT_EQ(status_, 1) << record;
+    EXPECT_FALSE(fs::exists(dir_ / "refused.pcap")) << record;
+  }
+  tool("--record version=3,name=" + std::string(32, 'n') + " " + at("fits.pcap"));
+  EXPECT_EQ(status_, 0);
 }
+
+// Every refusal: status 2, one line on standard error, no file. Each value at the first step past what
+// fits beside the last value that fits, which writes its file.
+TEST_F(PcapToolTest, ValuesThatDoNotFitAndMisusedOptionsAreRefusedInOneLineWritingNothing) {
+  const std::string mac = "/00:11:22:33:44:55";
+  const struct { std::string refused, fits; const char* says; } cases[] = {
+      {"--record bridge=4097/0" + mac, "--record bridge=61440/0" + mac, "bridge priority"},
+      {"--record bridge=61440/4096" + mac, "--record bridge=61440/4095" + mac, "system-id extension"},
+      {"--record port=129/5000", "--record port=240/4095", "port priority"},
+      {"--record port=128/4096", "--record port=128/4095", "port number"},
+      {"--record root=32768/5000" + mac, "--record root=32768/4095" + mac, "system-id extension"},
+      {"--record vlan=4095", "--record vlan=4094", "VLAN"},
+      {"--record vlan=0", "--record vlan=1", "VLAN"},
+      {"--record version=3,msti=4096/0/0" + mac + "/0/0/0/0", "--record version=3,msti=4095/0/0" + mac + "/0/0/0/0",
+       "MSTI id"},
+      {"--record version=3,msti=1/0/0" + mac + "/0/0/248/0", "--record version=3,msti=1/0/0" + mac + "/0/0/240/0",
+       "port priority"},
+      {"--record ''", "--record flags=2", "empty record"},
+      {"--record flags=1,flags=2", "--record flags=1,cost=2", "more than once"},
+      {"--src ff:ff:ff:ff:ff:ff --sample golden", "--src fe:ff:ff:ff:ff:ff --sample golden", "group address"},
+      {"--src 01:80:c2:00:00:00 --sample golden", "--src 00:80:c2:00:00:00 --sample golden", "group address"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.refused);
+    const Lines said = toolErr(c.refused + " " + at("no.pcap"));
+    EXPECT_EQ(status_, 2);
+    ASSERT_EQ(said.size(), 1u);
+    EXPECT_THAT(said[0], AllOf(StartsWith("stptxrx-pcap: "), HasSubstr(c.says)));
+    EXPECT_FALSE(fs::exists(dir_ / "no.pcap"));
+    tool(c.fits + " " + at("yes.pcap"));
+    EXPECT_EQ(status_, 0);
+    EXPECT_TRUE(fs::remove(dir_ / "yes.pcap"));
+  }
+  for (const std::string args : {"--list extra", "--version 1", "--help --list"}) {
+    SCOPED_TRACE(args);
+    EXPECT_EQ(toolErr(args).size(), 1u);
+    EXPECT_EQ(status_, 2);
+  }
+}
+
+TEST_F(PcapToolTest, VersionListAndAMissingFileNamedOnce) {
+  EXPECT_EQ(tool("--version"), Lines{std::string("stptxrx-pcap ") + StpTxRx::versionText()});
+  EXPECT_EQ(status_, 0);
+  EXPECT_THAT(tool("--list"), ::testing::Contains(StartsWith("golden\t")));
+  const std::string missing = (dir_ / "missing.pcap").string();
+  const Lines said = toolErr("--read '" + missing + "'");
+  EXPECT_EQ(status_, 1);
+  ASSERT_EQ(said.size(), 1u);
+  EXPECT_EQ(said[0].find(missing), said[0].rfind(missing)) << said[0];
+  EXPECT_NE(said[0].find(missing), std::string::npos) << said[0];
+}
+
+// A trace setting naming a handle that nothing used warns, as a malformed one does; a used one does not.
+TEST_F(PcapToolTest, ATraceSettingNoHandleTookWarnsAtTheEnd) {
+  ::setenv("STPTXRX_TRACE", "StpTxRx/1,bogus", 1);
+  const Lines said = toolErr("--sample golden " + at("t.pcap"));
+  ::unsetenv("STPTXRX_TRACE");
+  EXPECT_EQ(status_, 0);
+  EXPECT_THAT(said, ::testing::Contains("STPTXRX_TRACE: no trace handle \"bogus\" was used; its setting did nothing"));
+  EXPECT_THAT(said, ::testing::Not(::testing::Contains(HasSubstr("\"StpTxRx\""))));
+}
+
+#if defined(STPTXRX_HAVE_PCAP)
+// A capture whose snap length kept 30 of a frame's octets: the line says so, whatever the decoder made of
+// the 30 (here a length field beyond them); the whole frame beside it reads as usual.
+TEST_F(PcapToolTest, AFrameCutByTheSnapLengthSaysHowMuchWasCaptured) {
+  tool("--sample golden " + at("whole.pcap"));
+  ASSERT_EQ(status_, 0);
+  StpTxRx::pcap::PcapReader in((dir_ / "whole.pcap").string());
+  StpTxRx::pcap::PcapFrame frame;
+  ASSERT_TRUE(in.next(frame));
+  {
+    StpTxRx::pcap::PcapWriter out((dir_ / "cut.pcap").string());
+    ASSERT_TRUE(out.write(frame.data.data(), frame.data.size(), 1, 0));
+    ASSERT_TRUE(out.write(frame.data.data(), 30, 2, 0));
+    ASSERT_TRUE(out.close());
+  }
+  // The second record claims the 53 octets the frame had on the wire: its header's len field.
+  std::fstream f(dir_ / "cut.pcap", std::ios::binary | std::ios::in | std::ios::out);
+  const std::size_t secondHeader = 24 + 16 + frame.data.size();
+  const std::uint32_t wire = static_cast<std::uint32_t>(frame.data.size());
+  f.seekp(std::streamoff(secondHeader + 12));
+  f.write(reinterpret_cast<const char*>(&wire), 4);
+  f.close();
+  const Lines lines = tool("--read " + at("cut.pcap"));
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_THAT(lines[0], AllOf(StartsWith("1 rst src "), Not(HasSubstr("captured"))));
+  EXPECT_THAT(lines[1], AllOf(StartsWith("2 reject: length field beyond the frame src "),
+                              ::testing::EndsWith(" (captured 30 of 53 octets)")));
+}
+#endif
 
 }  // namespace

@@ -1,11 +1,13 @@
 // A user of the installed library: mirrors one transmit record into another and encodes it, through the
 // installed headers and the installed shared library only. Exits 0 when the frame carries the mirrored
-// flags.
+// flags and the library reports the version of its headers and package.
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/Stp/StpTxStatusSyncer.h>
+#include <stptxrx/Version.h>
 #include <stptxrx/state/AgentTypes.h>
 
 #include <cstdio>
+#include <cstring>
 
 int main() {
   using namespace StpTxRx;
@@ -20,6 +22,17 @@ int main() {
   Nelk::Pkt::Ptr frame = generatePktFromIntxInfo(Stp::MstPortSm::MstPortSmIs(port), mirror, false);
   if (!frame || frame->size() != 53 || frame->data()[17 + 4] != 0x7c) {
     std::puts("stptxrx consumer: unexpected frame");
+    return 1;
+  }
+#ifdef STPTXRX_EXPECTED_VERSION
+  // The headers, the running library and the package all say the same version.
+  if (STPTXRX_EXPECTED_VERSION[0] != '\0' && std::strcmp(versionText(), STPTXRX_EXPECTED_VERSION) != 0) {
+    std::printf("stptxrx consumer: library %s, package %s\n", versionText(), STPTXRX_EXPECTED_VERSION);
+    return 1;
+  }
+#endif
+  if (versionNumber() != STPTXRX_VERSION) {
+    std::puts("stptxrx consumer: headers and library differ in version");
     return 1;
   }
   std::puts("stptxrx consumer: ok");

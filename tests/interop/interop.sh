@@ -244,7 +244,7 @@ veth_pair() {
     bad "--listen on a missing interface" in_ns "$tool" --listen "no$tag"
     bad "--replay of a cut capture" in_ns "$tool" --send v0 --replay "$work/cut.pcap"
     bad "--replay of a file that is no capture" in_ns "$tool" --send v0 --replay "$work/junk.pcap"
-    bad "--record the encoder refuses" in_ns "$tool" --send v0 --record "$mst,name=$(printf 'n%.0s' {1..33})"
+    bad "--record the encoder refuses" in_ns "$tool" --send v0 --record "version=3,type=2,name=$(printf 'n%.0s' {1..33})"
     if command -v setpriv >/dev/null; then
         bad "--send without permission" in_ns setpriv --bounding-set=-net_raw "$tool" --send v0 --sample golden
     else

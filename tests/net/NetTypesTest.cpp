@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <sstream>
 #include <unordered_set>
 #include <vector>
@@ -33,6 +34,30 @@ TEST(EthAddrTest, OctetsInOrderPrintedAsLowerCaseHex) {
 
 // Sorting checks the natural order; the pairwise loop checks that it is a strict weak order consistent
 // with equality (names that differ only in leading zeros are different and still ordered).
+// Text to address and back: what parses prints back (lower-case, two digits); anything else is refused.
+TEST(EthAddrTest, FromTextTakesSixColonSeparatedHexGroupsAndNothingElse) {
+  const struct { const char* in; const char* out; } cases[] = {
+      {"00:11:22:33:44:55", "00:11:22:33:44:55"}, {"FF:fe:0A:b:c:D", "ff:fe:0a:0b:0c:0d"},
+      {"0:0:0:0:0:0", "00:00:00:00:00:00"},       {"00:11:22:33:44", nullptr},
+      {"00:11:22:33:44:55:66", nullptr},          {"00:11:22:33:44:55:", nullptr},
+      {"00-11-22-33-44-55", nullptr},             {"000:11:22:33:44:55", nullptr},
+      {"00:11:22:33:44:5g", nullptr},             {"00::22:33:44:55", nullptr},
+      {" 00:11:22:33:44:55", nullptr},            {"00:11:22:33:44:55 ", nullptr},
+      {"+0:11:22:33:44:55", nullptr},             {"", nullptr}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.in);
+    const std::optional<EthAddr> a = EthAddr::fromText(c.in);
+    ASSERT_EQ(a.has_value(), c.out != nullptr);
+    if (a) {
+      EXPECT_EQ(text(*a), c.out);
+    }
+  }
+  EXPECT_TRUE(EthAddr(0x01, 0x80, 0xc2, 0, 0, 0).isGroup());
+  EXPECT_TRUE(EthAddr(0xff, 0xff, 0xff, 0xff, 0xff, 0xff).isGroup());
+  EXPECT_FALSE(EthAddr(0x02, 0, 0, 0, 0, 0x01).isGroup());
+  EXPECT_FALSE(EthAddr(0xfe, 0xff, 0xff, 0xff, 0xff, 0xff).isGroup());
+}
+
 TEST(IntfIdTest, NaturalOrderIsAStrictOrderComparingDigitRunsByValue) {
   std::vector<IntfId> ids{IntfId("Ethernet10"), IntfId("Ethernet2"), IntfId("Ethernet1/10"), IntfId("Ethernet1/2"),
                           IntfId("PortChannel1"), IntfId("Ethernet1"), IntfId("Ethernet02"), IntfId("Ethernet"),

@@ -4,8 +4,10 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 #include <iosfwd>
+#include <optional>
+#include <string_view>
+#include <type_traits>
 
 namespace Nelk {
 
@@ -18,7 +20,14 @@ class STPTXRX_EXPORT EthAddr {
       : octets_{a, b, c, d, e, f} {}
   constexpr explicit EthAddr(const std::array<std::uint8_t, 6>& octets) : octets_(octets) {}
 
+  /// Parses "00:11:22:33:44:55": six groups of one or two hex digits (either case) separated by ':'.
+  /// Empty for anything else (another separator, a missing or extra group, a sign, spaces).
+  static std::optional<EthAddr> fromText(std::string_view text);
+
   constexpr const std::array<std::uint8_t, 6>& octets() const { return octets_; }
+  /// A group (multicast or broadcast) address: the I/G bit, the low bit of the first octet, is set.
+  /// Such an address is never the source of a frame.
+  constexpr bool isGroup() const { return (octets_[0] & 0x01) != 0; }
   constexpr std::uint8_t operator[](std::size_t i) const { return octets_[i]; }
   constexpr bool isZero() const { return (octets_[0] | octets_[1] | octets_[2] | octets_[3] | octets_[4] | octets_[5]) == 0; }
 

@@ -146,8 +146,10 @@ class STPTXRX_EXPORT IntxMstiInfo : public Zek::Entity {
   ZEK_TYPE(IntxMstiInfo);
 };
 
-/// What one port is to transmit in its next BPDU on one VLAN: version, type, MST configuration
-/// identifier, and one IntxMstiInfo per spanning-tree instance in `mstiN`, ordered by key.
+/// The contents of one BPDU of one port on one VLAN: version, type, MST configuration identifier, and
+/// one IntxMstiInfo per spanning-tree instance in `mstiN`, ordered by key. The transmit side holds what
+/// the port is to send next (TxMstPortStatus::txInfo); the receive side holds, in the same type, what
+/// the port last received (RxMstPortStatus::rxInfo).
 ///
 /// Created with IntxInfo::IntxInfoIs(vlan) or by its owner (TxMstPortStatus::txInfoIs,
 /// RxMstPortStatus::rxInfoIs); `vlanIdOrZero` is its key, fixed at creation. New records hold zeros and
@@ -227,10 +229,12 @@ class STPTXRX_EXPORT IntxInfo : public Zek::Entity {
   ZEK_TYPE(IntxInfo);
 };
 
-/// Prints the record on one line: vlan, version, type, neighbour, configuration, and the instance keys.
+/// Prints the record on one line: vlan, version, type, neighbour, configuration, then every instance
+/// entry in full, in key order: "msti=[IntxMstiInfo(0 flags=0x3c ...), IntxMstiInfo(1 ...)]".
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const IntxInfo& info);
 /// As above; prints "(null)" for a null pointer.
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const Zek::Ptr<IntxInfo const>& info);
+/// Prints one entry: key, flags, identifiers, costs, hops and timers (as wire octets).
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const IntxMstiInfo& entry);
 
 }  // namespace StpTxRx

@@ -5,6 +5,7 @@
 #include <stptxrx/runtime/Export.h>
 #include <stptxrx/runtime/String.h>
 #include <stptxrx/runtime/TypeRegistry.h>
+#include <stptxrx/state/BpduVerdict.h>
 #include <stptxrx/state/IntxInfo.h>
 #include <stptxrx/state/StpTypes.h>
 

@@ -5,7 +5,6 @@
 #include <stptxrx/net/EthAddr.h>
 #include <stptxrx/net/NetTypes.h>
 #include <stptxrx/runtime/Export.h>
-#include <stptxrx/state/BpduVerdict.h>  // PortCounters
 
 #include <array>
 #include <bit>
@@ -14,6 +13,7 @@
 #include <type_traits>
 #include <functional>
 #include <iosfwd>
+#include <optional>
 
 namespace Bridging {
 
@@ -117,24 +117,61 @@ STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, PortId id);
 using PathCost = std::uint32_t;
 
 /// A BPDU timer field: its two octets exactly as on the wire (most significant first, in the BPDU's
-/// timer unit of 1/256 s). Moved, never converted.
+/// timer unit of 1/256 s). The library moves it without converting; fromSeconds and seconds are for
+/// the people and programs that think in seconds.
 struct TimerVal {
   std::array<std::uint8_t, 2> octets{};
+  /// The largest time a timer field holds: 0xffff / 256 s, just under 256 s.
+  static constexpr double maxSeconds = 65535.0 / 256.0;
+
   constexpr TimerVal() = default;
   constexpr TimerVal(std::uint8_t hi, std::uint8_t lo) : octets{hi, lo} {}
   /// From the 16-bit value the two octets denote.
   static constexpr TimerVal fromWire(std::uint16_t v) {
     return TimerVal(static_cast<std::uint8_t>(v >> 8), static_cast<std::uint8_t>(v));
   }
+  /// `s` seconds rounded to the nearest 1/256 s; empty (never wrapped or clamped) for a negative value,
+  /// a NaN, or one that rounds above maxSeconds.
+  static constexpr std::optional<TimerVal> fromSeconds(double s) {
+    const double units = s * 256.0;
+    if (!(units >= 0.0) || units >= 65535.5) return std::nullopt;
+    return fromWire(static_cast<std::uint16_t>(units + 0.5));
+  }
   constexpr std::uint16_t wire() const { return static_cast<std::uint16_t>((octets[0] << 8) | octets[1]); }
+  /// The time in seconds (exact: every wire value is a multiple of 1/256).
+  constexpr double seconds() const { return wire() / 256.0; }
   friend constexpr bool operator==(const TimerVal& a, const TimerVal& b) { return a.wire() == b.wire(); }
 };
 /// Prints the two octets in hex ("14 00").
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, const TimerVal& t);
 
-/// The flags octet of an RST BPDU (bit layout of the flags field; this library only moves it).
+/// The port role encoded in bits 3 and 4 of a flags octet. An MSTI message's role 0 is Master; a CIST
+/// role 0 is unknown.
+enum class PortRole : std::uint8_t { unknownOrMaster = 0, alternateOrBackup = 1, root = 2, designated = 3 };
+
+/// The flags octet of an RST, MST or MSTI message (the Configuration BPDU uses bits 1 and 8 only). The
+/// library moves the octet as it is; the accessors read single bits and never change `value`.
 struct RstpBpduFlags {
   std::uint8_t value = 0;
+
+  static constexpr std::uint8_t tcBit = 0x01;
+  static constexpr std::uint8_t proposalBit = 0x02;
+  static constexpr std::uint8_t roleMask = 0x0c;
+  static constexpr std::uint8_t learningBit = 0x10;
+  static constexpr std::uint8_t forwardingBit = 0x20;
+  static constexpr std::uint8_t agreementBit = 0x40;
+  static constexpr std::uint8_t tcaBit = 0x80;  ///< in an MSTI message: the Master flag
+
+  constexpr bool tc() const { return (value & tcBit) != 0; }
+  constexpr bool proposal() const { return (value & proposalBit) != 0; }
+  constexpr PortRole portRole() const { return static_cast<PortRole>((value & roleMask) >> 2); }
+  constexpr bool learning() const { return (value & learningBit) != 0; }
+  constexpr bool forwarding() const { return (value & forwardingBit) != 0; }
+  constexpr bool agreement() const { return (value & agreementBit) != 0; }
+  constexpr bool tca() const { return (value & tcaBit) != 0; }
+  /// The MSTI message's Master flag: the same bit as tca().
+  constexpr bool master() const { return tca(); }
+
   friend constexpr bool operator==(RstpBpduFlags, RstpBpduFlags) = default;
 };
 STPTXRX_EXPORT std::ostream& operator<<(std::ostream& os, RstpBpduFlags f);
@@ -183,8 +220,8 @@ constexpr BridgeIdWire bridgeIdWire(const BridgeId& id) {
   if constexpr (std::endian::native == std::endian::little) {
     if (!std::is_constant_evaluated()) {
       // The eight octets put together in one register: built field by field in memory, the result is
-      // read back as one word right after its three smaller stores, which cannot be forwarded to it (a
-      // stall of a dozen cycles on every identifier an encoder writes).
+      // read back as one word right after its three smaller stores, which the processor cannot forward
+      // to that wider load, so every identifier an encoder writes would wait for the stores to retire.
       std::uint32_t address0to3;
       std::uint16_t address4to5;
       std::memcpy(&address0to3, id.address.octets().data(), 4);
