@@ -1,5 +1,6 @@
 #include <stptxrx/Stp/IntxInfoSyncer.h>
 #include <stptxrx/Stp/SyncerTrace.h>
+#include <stptxrx/runtime/Reconcile.h>
 
 #include <array>
 #include <cstdint>
@@ -28,18 +29,6 @@ constexpr const char* typeName = "IntxInfoSyncer";
 constexpr const char* mstiNName = "mstiN";
 constexpr const char* label = "IntxInfoSyncer";
 constexpr const char* mstiNSmLabel = "IntxInfoSyncer::ZekMstiNSm";
-
-/// Writes one attribute of `src` (the attribute type's zero when `src` is null) into `dst` through the
-/// destination's setter, without comparing first.
-template <class Entity, auto Get, auto Set>
-inline void copyAttribute(const Entity* src, Entity& dst) {
-  using Value = std::remove_cvref_t<decltype((std::declval<const Entity&>().*Get)())>;
-  if (src) {
-    (dst.*Set)((src->*Get)());
-  } else {
-    (dst.*Set)(Value{});
-  }
-}
 
 /// Fixed-size blocks carved from chunks of `blocksPerChunk`, recycled through a free list. Every chunk
 /// goes back to the heap when the last live block is freed, so a torn-down syncer tree leaves nothing
@@ -203,18 +192,16 @@ void IntxInfoSyncer::handleInitialized() {
   const Zek::Ptr<IntxInfo> dst = dest_;
   // The source collection is walked (not the per-instance syncers), the handler before the entry's copy,
   // so that the destination entry exists when copyAllData looks it up.
-  if (src) {
-    for (const auto& [mstiId, entry] : src->mstiN()) {
-      handleMstiN(mstiId);
-      // Every source key has its per-instance syncer unless the source changed while notifications were
-      // off; then there is nothing to copy with.
-      if (ZekMstiNSm* sm = zekMstiN_.find(mstiId)) sm->copyAllData();
-    }
-  }
   // Only a differing count reveals extra destination entries; with equal counts the pass is skipped.
-  if (dst->mstiNCount() != (src ? src->mstiNCount() : 0)) {
-    for (const auto& [mstiId, entry] : dst->mstiN()) handleMstiN(mstiId);
-  }
+  Zek::reconcile(
+      Zek::keysOf(src.get(), [](const IntxInfo& s) { return s.mstiN(); }), dst->mstiN(),
+      [this](BridgeSystemId mstiId) {
+        handleMstiN(mstiId);
+        // Every source key has its per-instance syncer unless the source changed while notifications
+        // were off; then there is nothing to copy with.
+        if (ZekMstiNSm* sm = zekMstiN_.find(mstiId)) sm->copyAllData();
+      },
+      [this](BridgeSystemId mstiId) { handleMstiN(mstiId); });
   initializedIs(true);
 }
 
@@ -232,7 +219,7 @@ void IntxInfoSyncer::handleMstiN(BridgeSystemId mstiId) {
 
 template <auto Get, auto Set>
 void IntxInfoSyncer::copyRecordField() {
-  copyAttribute<IntxInfo, Get, Set>(sourceRecord(), *dest_);
+  Zek::copyAttribute<Get, Set>(sourceRecord(), *dest_);
 }
 
 void IntxInfoSyncer::zek_handleIntxInfo_neighborAddr() {
@@ -392,7 +379,7 @@ void IntxInfoSyncer::ZekMstiNSm::copyAllFields(IntxMstiInfo& dst) { dst.valuesIs
 
 template <auto Get, auto Set>
 void IntxInfoSyncer::ZekMstiNSm::copyField() {
-  if (IntxMstiInfo* dst = destMstiN_.get()) copyAttribute<IntxMstiInfo, Get, Set>(watched(), *dst);
+  if (IntxMstiInfo* dst = destMstiN_.get()) Zek::copyAttribute<Get, Set>(watched(), *dst);
 }
 
 void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_flags() {

@@ -3,7 +3,6 @@
 #include <stptxrx/Stp/SyncerTrace.h>
 #include <stptxrx/runtime/Exception.h>
 
-#include <cstdio>
 
 namespace StpTxRx {
 
@@ -21,22 +20,10 @@ constexpr const char* kTop = "RxStatusToRxDynamicSyncer";
 constexpr const char* kGroup = "RxMstStatusToRxDynamicSyncer";
 constexpr const char* kPort = "RxMstPortStatusToRxDynamicSyncer";
 
-/// Printed form of an object identity for the reinstantiation error ("0x..." or "(null)").
-struct Address {
-  explicit Address(const void* p) {
-    if (p) {
-      std::snprintf(text, sizeof text, "%p", p);
-    } else {
-      std::snprintf(text, sizeof text, "(null)");
-    }
-  }
-  char text[32];
-};
-
 /// Raises the reinstantiation error for `attribute` of `type` when the existing object differs.
 void checkSame(const char* type, const char* attribute, const void* existing, const void* requested) {
   if (existing != requested) {
-    Zek::throwMutatorReinstantiating(type, attribute, Address(existing).text, Address(requested).text);
+    Zek::throwMutatorReinstantiating(type, attribute, Zek::identityText(existing), Zek::identityText(requested));
   }
 }
 
@@ -160,7 +147,7 @@ void RxMstPortStatusToRxDynamicSyncer::copyScalar(const char* method) {
     return;
   }
   STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), method, "");
-  ((*d).*Set)((s->*Get)());
+  Zek::copyAttribute<Get, Set>(s, *d);
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleBpduCount() {
@@ -401,39 +388,35 @@ void RxStatusToRxDynamicSyncer::copyScalars() {
   zek_handleRxStatus_peerUpdateCtrTime();
 }
 
+template <auto Get, auto Set>
+void RxStatusToRxDynamicSyncer::copyScalar() {
+  if (!rxStatus_) return;
+  Zek::copyAttribute<Get, Set>(source_ ? source_.get()->watched() : nullptr, *rxStatus_);
+}
+
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_localHeartbeat() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->localHeartbeatIs(s ? s->localHeartbeat() : 0);
+  copyScalar<&RxStatus::localHeartbeat, &RxStatus::localHeartbeatIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_peerHeartbeat() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->peerHeartbeatIs(s ? s->peerHeartbeat() : 0);
+  copyScalar<&RxStatus::peerHeartbeat, &RxStatus::peerHeartbeatIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_updateCtrTime() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->updateCtrTimeIs(s ? s->updateCtrTime() : 0.0);
+  copyScalar<&RxStatus::updateCtrTime, &RxStatus::updateCtrTimeIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_localUpdateCtrTime() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->localUpdateCtrTimeIs(s ? s->localUpdateCtrTime() : 0.0);
+  copyScalar<&RxStatus::localUpdateCtrTime, &RxStatus::localUpdateCtrTimeIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_peerUpdateCtrTime() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->peerUpdateCtrTimeIs(s ? s->peerUpdateCtrTime() : 0.0);
+  copyScalar<&RxStatus::peerUpdateCtrTime, &RxStatus::peerUpdateCtrTimeIs>();
 }
 
 void RxStatusToRxDynamicSyncer::handleInitialized() {

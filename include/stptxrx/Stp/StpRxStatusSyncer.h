@@ -292,6 +292,10 @@ class STPTXRX_EXPORT RxStatusToRxDynamicSyncer : public Zek::Owner, public Zek::
  private:
   RxStatusToRxDynamicSyncer(const Zek::Ptr<RxStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus);
   void copyScalars();
+  /// The body of the five scalar handlers: with a destination, the source's value read by `Get` (its
+  /// zero without a source) written by `Set`.
+  template <auto Get, auto Set>
+  void copyScalar();
 
   Zek::SourceSlot<ZekSource> source_;
   Zek::Ptr<RxStatus> rxStatus_;

@@ -109,6 +109,18 @@ class Reactor : public NotifieeConst {
   OwnerT* owner_;
 };
 
+/// The one disconnect sequence of a reactor its owner has already taken out: made a zombie while its
+/// back pointer is still set (so that its own children are reached), back pointer cleared,
+/// notifications off, released. Returns what it watched; null for a null `reactor`.
+template <class R>
+Ptr<typename R::NotifierType const> disconnect(Ptr<R> reactor) {
+  if (!reactor) return {};
+  reactor->zekDoZombieReactors(true);
+  reactor->ownerIs(nullptr);
+  reactor->hasNotificationActiveIs(false);
+  return reactor->watchedPtr();
+}
+
 /// The owning slot of a syncer's source reactor (`ZekSource`).
 template <class Source>
 class SourceSlot {
@@ -131,14 +143,7 @@ class SourceSlot {
 
   /// Disconnects: takes the reactor out, makes it a zombie, clears its back pointer, switches its
   /// notifications off, releases it and returns what it watched (null when there was none).
-  Ptr<Notifier const> del() {
-    Ptr<Source> r = std::move(reactor_);
-    if (!r) return {};
-    r->zekDoZombieReactors(true);
-    r->ownerIs(nullptr);
-    r->hasNotificationActiveIs(false);
-    return r->watchedPtr();
-  }
+  Ptr<Notifier const> del() { return disconnect(std::move(reactor_)); }
 
   /// Takes the reactor out without touching it.
   Ptr<Source> take() { return std::move(reactor_); }
@@ -217,12 +222,7 @@ class ChildSet {
   /// back pointer cleared, notifications off, released. Returns the member it watched (null when absent).
   template <class C = Child>
   Ptr<typename C::NotifierType const> del(const Key& key) {
-    Ptr<Child> child = take(key);
-    if (!child) return {};
-    child->zekDoZombieReactors(true);
-    child->ownerIs(nullptr);
-    child->hasNotificationActiveIs(false);
-    return child->watchedPtr();
+    return disconnect(take(key));
   }
 
   /// Removes every reactor child with del(), in iteration order.
