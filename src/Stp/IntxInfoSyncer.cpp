@@ -1,21 +1,12 @@
 #include <stptxrx/Stp/IntxInfoSyncer.h>
 #include <stptxrx/Stp/SyncerTrace.h>
+#include <stptxrx/runtime/BlockPool.h>
 #include <stptxrx/runtime/Reconcile.h>
 
 #include <array>
 #include <cstdint>
-#include <mutex>
-#include <new>
 #include <type_traits>
 #include <utility>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define STPTXRX_POOL_BYPASS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define STPTXRX_POOL_BYPASS 1
-#endif
-#endif
 
 namespace StpTxRx {
 
@@ -30,95 +21,10 @@ constexpr const char* mstiNName = "mstiN";
 constexpr const char* label = "IntxInfoSyncer";
 constexpr const char* mstiNSmLabel = "IntxInfoSyncer::ZekMstiNSm";
 
-/// Fixed-size blocks carved from chunks of `blocksPerChunk`, recycled through a free list. Every chunk
-/// goes back to the heap when the last live block is freed, so a torn-down syncer tree leaves nothing
-/// behind. Shares the runtime's threading rule: guarded only while Zek::threadSafePointers_ is on.
-class BlockPool {
- public:
-  /// Blocks of `blockSize` octets rounded up to `alignment` (at most the fundamental alignment, which
-  /// every chunk and its header have), so that consecutive blocks stay aligned for the object type.
-  BlockPool(std::size_t blockSize, std::size_t alignment)
-      : blockSize_((blockSize + alignment - 1) / alignment * alignment) {}
-  BlockPool(const BlockPool&) = delete;
-  BlockPool& operator=(const BlockPool&) = delete;
-
-  std::size_t blockSize() const { return blockSize_; }
-
-  void* allocate() {
-    if (!Zek::threadSafePointers_) return take();
-    std::lock_guard<std::mutex> lock(mutex_);
-    return take();
-  }
-  void deallocate(void* p) noexcept {
-    if (!Zek::threadSafePointers_) return give(p);
-    std::lock_guard<std::mutex> lock(mutex_);
-    give(p);
-  }
-
- private:
-  static constexpr std::size_t blocksPerChunk = 256;
-  struct FreeBlock {
-    FreeBlock* next;
-  };
-  struct Chunk {
-    Chunk* next;
-  };
-  // Blocks start after a header as large as the strictest fundamental alignment.
-  static constexpr std::size_t chunkHeader = alignof(std::max_align_t);
-
-  // Freed blocks first; otherwise the next untouched block of the newest chunk, so that a fresh chunk is
-  // not written all over (threading a free list through it) before its blocks are used. Either way a
-  // fresh chunk hands its blocks out in address order.
-  void* take() {
-    void* b;
-    if (free_) {
-      b = free_;
-      free_ = free_->next;
-    } else {
-      if (unused_ == chunkEnd_) grow();
-      b = unused_;
-      unused_ += blockSize_;
-    }
-    ++live_;
-    return b;
-  }
-  void give(void* p) noexcept {
-    auto* b = static_cast<FreeBlock*>(p);
-    b->next = free_;
-    free_ = b;
-    if (--live_ == 0) releaseChunks();
-  }
-  void grow() {
-    auto* raw = static_cast<unsigned char*>(::operator new(chunkHeader + blockSize_ * blocksPerChunk));
-    auto* chunk = reinterpret_cast<Chunk*>(raw);
-    chunk->next = chunks_;
-    chunks_ = chunk;
-    unused_ = raw + chunkHeader;
-    chunkEnd_ = unused_ + blockSize_ * blocksPerChunk;
-  }
-  void releaseChunks() noexcept {
-    while (chunks_) {
-      Chunk* next = chunks_->next;
-      ::operator delete(chunks_);
-      chunks_ = next;
-    }
-    free_ = nullptr;
-    unused_ = chunkEnd_ = nullptr;
-  }
-
-  const std::size_t blockSize_;
-  FreeBlock* free_ = nullptr;
-  unsigned char* unused_ = nullptr;    // next never-used block of the newest chunk
-  unsigned char* chunkEnd_ = nullptr;  // end of the newest chunk
-  Chunk* chunks_ = nullptr;
-  std::size_t live_ = 0;
-  std::mutex mutex_;
-};
-
-[[maybe_unused]] BlockPool& mstiNSmPool() {  // unused when sanitizers take the heap
+Zek::BlockPool& mstiNSmPool() {
   // Never destroyed: syncers may be released from static destructors.
   static_assert(alignof(IntxInfoSyncer::ZekMstiNSm) <= alignof(std::max_align_t));
-  static BlockPool* pool = new BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm), alignof(IntxInfoSyncer::ZekMstiNSm));
+  static Zek::BlockPool* pool = new Zek::BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm), alignof(IntxInfoSyncer::ZekMstiNSm));
   return *pool;
 }
 
@@ -323,24 +229,14 @@ void IntxInfoSyncer::ZekSource::notifierIs(const Zek::Ptr<Zek::PtrInterface cons
 // ---- ZekMstiNSm
 
 void* IntxInfoSyncer::ZekMstiNSm::operator new(std::size_t size) {
-#ifdef STPTXRX_POOL_BYPASS
-  return ::operator new(size);
-#else
   // A class derived from this one (none today) is larger than a block; it takes the heap.
   if (size != sizeof(ZekMstiNSm)) return ::operator new(size);
   return mstiNSmPool().allocate();
-#endif
 }
 
 void IntxInfoSyncer::ZekMstiNSm::operator delete(void* p, std::size_t size) noexcept {
-  if (!p) return;
-#ifdef STPTXRX_POOL_BYPASS
-  (void)size;
-  ::operator delete(p);
-#else
-  if (size != sizeof(ZekMstiNSm)) return ::operator delete(p);
+  if (p && size != sizeof(ZekMstiNSm)) return ::operator delete(p);
   mstiNSmPool().deallocate(p);
-#endif
 }
 
 IntxInfoSyncer::ZekMstiNSm::ZekMstiNSm(const Zek::Ptr<IntxMstiInfo const>& entry, IntxInfoSyncer* owner)
