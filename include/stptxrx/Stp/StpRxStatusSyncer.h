@@ -26,6 +26,8 @@
 #include <stptxrx/runtime/TypeRegistry.h>
 #include <stptxrx/state/RxStatus.h>
 
+#include <source_location>
+
 namespace StpTxRx {
 
 /// Copies one port of one group: from a source `RxMstPortStatus` into the port `intfId` of group
@@ -111,9 +113,10 @@ class STPTXRX_EXPORT RxMstPortStatusToRxDynamicSyncer : public Zek::Owner, publi
   /// The source port, or null; the destination port is looked up only when there is a source.
   const RxMstPortStatus* src() const { return source_ ? source_.get()->watched() : nullptr; }
   /// The body of the six scalar handlers: with a source, the value read by `Get` written by `Set` into
-  /// dest(), traced as `method`; "no destination" (level 7) when there is none.
+  /// dest(), traced as `method`; "no destination" (level 7) when there is none. The traces carry the
+  /// calling handler's line (`where`, left to its default).
   template <auto Get, auto Set>
-  void copyScalar(const char* method);
+  void copyScalar(const char* method, std::source_location where = std::source_location::current());
 
   Zek::Name mstName_;
   IntfId intfId_;

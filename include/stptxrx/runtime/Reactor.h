@@ -306,7 +306,11 @@ class ChildSet {
 }  // namespace Zek
 
 /// A syncer's text trace: label + keyInfo + "::" + method + "() " + rest (a streamed expression), on
-/// `handle` at `level`, reported from source `file` and function `method`; nothing is built when the
-/// level is off.
+/// `handle` at `level`, reported from source `file`, this line and function `method`; nothing is built
+/// when the level is off.
 #define ZEK_SYNCER_TRACE(handle, level, file, label, keyInfo, method, rest) \
-  ZEK_TRACE_AT(handle, level, file, method, label << keyInfo << "::" << method << "() " << rest)
+  ZEK_SYNCER_TRACE_LINE(handle, level, file, __LINE__, label, keyInfo, method, rest)
+
+/// As ZEK_SYNCER_TRACE from a helper, reported from the caller's `line` (see ZEK_TRACE_AT_LINE).
+#define ZEK_SYNCER_TRACE_LINE(handle, level, file, line, label, keyInfo, method, rest) \
+  ZEK_TRACE_AT_LINE(handle, level, file, line, method, label << keyInfo << "::" << method << "() " << rest)
