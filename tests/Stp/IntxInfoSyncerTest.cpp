@@ -21,12 +21,7 @@ namespace {
 
 using test::RecordLog;
 
-IntxInfo::Ptr recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> keys, std::uint16_t vlan = 0) {
-  IntxInfo::Ptr r = IntxInfo::IntxInfoIs(vlan);
-  test::fillRecord(*r, seed);
-  for (std::uint16_t k : keys) test::fillEntry(*r->mstiNIs(k), seed + k);
-  return r;
-}
+using test::recordOf;
 
 /// The writes RecordLog::expand(pattern) stands for, as RecordLog::take() gives them.
 std::string writes(const std::string& pattern) {
