@@ -38,9 +38,7 @@ Zek::Ptr<IntxInfoSyncer> IntxInfoSyncer::IntxInfoSyncerIs(const Zek::Ptr<IntxInf
   // The full copy reads both records without testing them; refuse before anything is built.
   if (!source) Zek::throwMutatorArgNullPointerException(typeName, "source");
   if (!dest) Zek::throwMutatorArgNullPointerException(typeName, "dest");
-  Zek::Ptr<IntxInfoSyncer> syncer(new IntxInfoSyncer(source, dest, vlanIdOrZero, std::move(parentId)));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new IntxInfoSyncer(source, dest, vlanIdOrZero, std::move(parentId)));
 }
 
 Zek::Ptr<IntxInfoSyncer> intxInfoSyncerFactory(const Zek::Ptr<IntxInfo const>& source, const Zek::Ptr<IntxInfo>& dest,
@@ -61,21 +59,13 @@ IntxInfoSyncer::IntxInfoSyncer(const Zek::Ptr<IntxInfo const>& source, const Zek
 // Zombie first (it reaches the source reactor and every per-instance syncer while their back pointers are
 // still set), then detach and release. The destination is released, never emptied.
 IntxInfoSyncer::~IntxInfoSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  zekMstiN_.release();
+  Zek::teardown(*this, source_, zekMstiN_);
   dest_ = nullptr;
 }
 
-void IntxInfoSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  zekMstiN_.hasNotificationActiveIs(active);
-}
+void IntxInfoSyncer::passNotificationActive(bool active) { Zek::passNotificationActiveTo(active, source_, zekMstiN_); }
 
-void IntxInfoSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  zekMstiN_.zekDoZombieReactors(zombie);
-}
+void IntxInfoSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, zekMstiN_); }
 
 std::string IntxInfoSyncer::keyInfo() const {
   const IntxInfo* src = sourceRecord();

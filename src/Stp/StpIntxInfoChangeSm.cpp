@@ -17,9 +17,7 @@ constexpr const char* mstiNName = "mstiN";
 
 Zek::Ptr<IntxInfoChangeSm> IntxInfoChangeSm::IntxInfoChangeSmIs(const Zek::Ptr<IntxInfo const>& intxInfo,
                                                                 VlanIdOrNone vlanIdOrZero) {
-  Zek::Ptr<IntxInfoChangeSm> sm(new IntxInfoChangeSm(intxInfo, vlanIdOrZero));
-  sm->hasNotificationActiveIs(true);
-  return sm;
+  return Zek::activated(new IntxInfoChangeSm(intxInfo, vlanIdOrZero));
 }
 
 Zek::Ptr<IntxInfoChangeSm> intxInfoChangeSmFactory(const Zek::Ptr<IntxInfo const>& intxInfo,
@@ -39,20 +37,14 @@ IntxInfoChangeSm::IntxInfoChangeSm(const Zek::Ptr<IntxInfo const>& intxInfo, Vla
 // The zombie step reaches every instance reactor while its back pointer is still set (counting 1 each),
 // then the reactors are detached and released. The record is never touched.
 IntxInfoChangeSm::~IntxInfoChangeSm() {
-  zekDoZombieReactors(true);
-  intxInfo_.release();
-  zekMstiN_.release();
+  Zek::teardown(*this, intxInfo_, zekMstiN_);
 }
 
 void IntxInfoChangeSm::passNotificationActive(bool active) {
-  intxInfo_.hasNotificationActiveIs(active);
-  zekMstiN_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, intxInfo_, zekMstiN_);
 }
 
-void IntxInfoChangeSm::passZombie(bool zombie) {
-  intxInfo_.zekDoZombieReactors(zombie);
-  zekMstiN_.zekDoZombieReactors(zombie);
-}
+void IntxInfoChangeSm::passZombie(bool zombie) { Zek::passZombieTo(zombie, intxInfo_, zekMstiN_); }
 
 Zek::Ptr<IntxInfo const> IntxInfoChangeSm::intxInfoDel() { return intxInfo_.del(); }
 

@@ -88,17 +88,14 @@ RxMstPortStatusToRxDynamicSyncer::RxMstPortStatusToRxDynamicSyncer(const Zek::Na
 }
 
 RxMstPortStatusToRxDynamicSyncer::~RxMstPortStatusToRxDynamicSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
+  Zek::teardown(*this, source_);
   rxStatus_ = nullptr;
 }
 
 RxMstPortStatusToRxDynamicSyncer::Ptr RxMstPortStatusToRxDynamicSyncer::RxMstPortStatusToRxDynamicSyncerIs(
     const Zek::Name& mstName, const IntfId& intfId, const Zek::Ptr<RxMstPortStatus const>& source,
     const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new RxMstPortStatusToRxDynamicSyncer(mstName, intfId, source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new RxMstPortStatusToRxDynamicSyncer(mstName, intfId, source, rxStatus));
 }
 
 RxMstPortStatusToRxDynamicSyncer::Ptr rxMstPortStatusToRxDynamicSyncerFactory(
@@ -205,9 +202,11 @@ void RxMstPortStatusToRxDynamicSyncer::handleRxUpdate(VlanIdOrNone vlan) {
 
 Zek::Ptr<RxMstPortStatus const> RxMstPortStatusToRxDynamicSyncer::sourceDel() { return source_.del(); }
 
-void RxMstPortStatusToRxDynamicSyncer::passNotificationActive(bool active) { source_.hasNotificationActiveIs(active); }
+void RxMstPortStatusToRxDynamicSyncer::passNotificationActive(bool active) {
+  Zek::passNotificationActiveTo(active, source_);
+}
 
-void RxMstPortStatusToRxDynamicSyncer::passZombie(bool zombie) { source_.zekDoZombieReactors(zombie); }
+void RxMstPortStatusToRxDynamicSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_); }
 
 // =========================================================================================================
 // RxMstStatusToRxDynamicSyncer
@@ -227,17 +226,13 @@ RxMstStatusToRxDynamicSyncer::RxMstStatusToRxDynamicSyncer(const Zek::Name& mstN
 }
 
 RxMstStatusToRxDynamicSyncer::~RxMstStatusToRxDynamicSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  mstDynPortSm_.release();
+  Zek::teardown(*this, source_, mstDynPortSm_);
   rxStatus_ = nullptr;
 }
 
 RxMstStatusToRxDynamicSyncer::Ptr RxMstStatusToRxDynamicSyncer::RxMstStatusToRxDynamicSyncerIs(
     const Zek::Name& mstName, const Zek::Ptr<RxMstStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new RxMstStatusToRxDynamicSyncer(mstName, source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new RxMstStatusToRxDynamicSyncer(mstName, source, rxStatus));
 }
 
 RxMstStatusToRxDynamicSyncer::Ptr rxMstStatusToRxDynamicSyncerFactory(const Zek::Name& mstName,
@@ -305,14 +300,10 @@ void RxMstStatusToRxDynamicSyncer::mstDynPortSmDelAll() {
 Zek::Ptr<RxMstStatus const> RxMstStatusToRxDynamicSyncer::sourceDel() { return source_.del(); }
 
 void RxMstStatusToRxDynamicSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  mstDynPortSm_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, mstDynPortSm_);
 }
 
-void RxMstStatusToRxDynamicSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  mstDynPortSm_.zekDoZombieReactors(zombie);
-}
+void RxMstStatusToRxDynamicSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, mstDynPortSm_); }
 
 // =========================================================================================================
 // RxStatusToRxDynamicSyncer
@@ -362,17 +353,13 @@ RxStatusToRxDynamicSyncer::RxStatusToRxDynamicSyncer(const Zek::Ptr<RxStatus con
 }
 
 RxStatusToRxDynamicSyncer::~RxStatusToRxDynamicSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  mstDynSyncerSm_.release();
+  Zek::teardown(*this, source_, mstDynSyncerSm_);
   rxStatus_ = nullptr;
 }
 
 RxStatusToRxDynamicSyncer::Ptr RxStatusToRxDynamicSyncer::RxStatusToRxDynamicSyncerIs(
     const Zek::Ptr<RxStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new RxStatusToRxDynamicSyncer(source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new RxStatusToRxDynamicSyncer(source, rxStatus));
 }
 
 RxStatusToRxDynamicSyncer::Ptr rxStatusToRxDynamicSyncerFactory(const Zek::Ptr<RxStatus const>& source,
@@ -489,13 +476,9 @@ Zek::Ptr<RxStatus const> RxStatusToRxDynamicSyncer::sourceDel() {
 }
 
 void RxStatusToRxDynamicSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  mstDynSyncerSm_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, mstDynSyncerSm_);
 }
 
-void RxStatusToRxDynamicSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  mstDynSyncerSm_.zekDoZombieReactors(zombie);
-}
+void RxStatusToRxDynamicSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, mstDynSyncerSm_); }
 
 }  // namespace StpTxRx

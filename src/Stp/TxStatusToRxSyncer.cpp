@@ -98,17 +98,13 @@ TxStatusToRxSyncer::TxStatusToRxSyncer(const Zek::Ptr<TxStatus const>& source, c
 }
 
 TxStatusToRxSyncer::~TxStatusToRxSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  zekTxMstStatus_.release();
+  Zek::teardown(*this, source_, zekTxMstStatus_);
   rxStatus_ = nullptr;
 }
 
 TxStatusToRxSyncer::Ptr TxStatusToRxSyncer::TxStatusToRxSyncerIs(const Zek::Ptr<TxStatus const>& source,
                                                                  const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new TxStatusToRxSyncer(source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new TxStatusToRxSyncer(source, rxStatus));
 }
 
 TxStatusToRxSyncer::Ptr txStatusToRxSyncerFactory(const Zek::Ptr<TxStatus const>& source,
@@ -157,13 +153,9 @@ void TxStatusToRxSyncer::handleInitialized() {
 Zek::Ptr<TxStatus const> TxStatusToRxSyncer::sourceDel() { return source_.del(); }
 
 void TxStatusToRxSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  zekTxMstStatus_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, zekTxMstStatus_);
 }
 
-void TxStatusToRxSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  zekTxMstStatus_.zekDoZombieReactors(zombie);
-}
+void TxStatusToRxSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, zekTxMstStatus_); }
 
 }  // namespace StpTxRx

@@ -39,9 +39,7 @@ std::string recordText(const IntxInfo* record) {
 
 TxStatusToTxSyncer::Ptr TxStatusToTxSyncer::TxStatusToTxSyncerIs(const Zek::Ptr<TxStatus const>& source,
                                                                  const Zek::Ptr<TxStatus>& dest) {
-  Ptr syncer(new TxStatusToTxSyncer(source, dest));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new TxStatusToTxSyncer(source, dest));
 }
 
 TxStatusToTxSyncer::Ptr txStatusToTxSyncerFactory(const Zek::Ptr<TxStatus const>& source,
@@ -65,21 +63,15 @@ TxStatusToTxSyncer::TxStatusToTxSyncer(const Zek::Ptr<TxStatus const>& source, c
 // Zombie first (reaches the source reactor and every group and port reactor while back pointers are still
 // set), then detach and release. The destination is released, never emptied.
 TxStatusToTxSyncer::~TxStatusToTxSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  zekTxMstStatusSm_.release();
+  Zek::teardown(*this, source_, zekTxMstStatusSm_);
   dest_ = nullptr;
 }
 
 void TxStatusToTxSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  zekTxMstStatusSm_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, zekTxMstStatusSm_);
 }
 
-void TxStatusToTxSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  zekTxMstStatusSm_.zekDoZombieReactors(zombie);
-}
+void TxStatusToTxSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, zekTxMstStatusSm_); }
 
 void TxStatusToTxSyncer::handleInitialized() {
   ZEK_BINARY_TRACE();
@@ -174,16 +166,15 @@ TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstStatusSm(const Zek::Ptr<TxMstStatu
 }
 
 TxStatusToTxSyncer::ZekTxMstStatusSm::~ZekTxMstStatusSm() {
-  zekDoZombieReactors(true);
-  zekTxMstPortStatus_.release();
+  Zek::teardown(*this, zekTxMstPortStatus_);
   dest_ = nullptr;
 }
 
 void TxStatusToTxSyncer::ZekTxMstStatusSm::passNotificationActive(bool active) {
-  zekTxMstPortStatus_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, zekTxMstPortStatus_);
 }
 
-void TxStatusToTxSyncer::ZekTxMstStatusSm::passZombie(bool zombie) { zekTxMstPortStatus_.zekDoZombieReactors(zombie); }
+void TxStatusToTxSyncer::ZekTxMstStatusSm::passZombie(bool zombie) { Zek::passZombieTo(zombie, zekTxMstPortStatus_); }
 
 std::string TxStatusToTxSyncer::ZekTxMstStatusSm::keyInfo() const {
   std::string s;
@@ -277,14 +268,13 @@ PortSm::ZekTxMstPortStatusSm(const Zek::Ptr<TxMstPortStatus const>& port, ZekTxM
 }
 
 PortSm::~ZekTxMstPortStatusSm() {
-  zekDoZombieReactors(true);
-  txInfoSyncer_.release();
+  Zek::teardown(*this, txInfoSyncer_);
   dest_ = nullptr;
 }
 
-void PortSm::passNotificationActive(bool active) { txInfoSyncer_.hasNotificationActiveIs(active); }
+void PortSm::passNotificationActive(bool active) { Zek::passNotificationActiveTo(active, txInfoSyncer_); }
 
-void PortSm::passZombie(bool zombie) { txInfoSyncer_.zekDoZombieReactors(zombie); }
+void PortSm::passZombie(bool zombie) { Zek::passZombieTo(zombie, txInfoSyncer_); }
 
 std::string PortSm::keyInfo() const {
   std::string s;

@@ -303,6 +303,36 @@ class ChildSet {
   Map<Key, Ptr<Child>> map_;
 };
 
+/// What a creator returns: the object just built by `raw` (its constructor done), counted and with its
+/// notifications switched on.
+template <class T>
+Ptr<T> activated(T* raw) {
+  Ptr<T> p(raw);
+  p->hasNotificationActiveIs(true);
+  return p;
+}
+
+/// The notification switch passed on to what an owner owns (source slots, child sets), in the order given.
+template <class... Parts>
+void passNotificationActiveTo(bool active, Parts&... parts) {
+  (parts.hasNotificationActiveIs(active), ...);
+}
+
+/// The zombie state passed on to what an owner owns, in the order given.
+template <class... Parts>
+void passZombieTo(bool zombie, Parts&... parts) {
+  (parts.zekDoZombieReactors(zombie), ...);
+}
+
+/// An owner's destruction: the zombie step first (it reaches everything owned while back pointers are
+/// still set), then each part releases what it holds, clearing back pointers, in the order given. What
+/// the owner writes (its destination) is released by the caller, never emptied.
+template <class OwnerT, class... Parts>
+void teardown(OwnerT& owner, Parts&... parts) {
+  owner.zekDoZombieReactors(true);
+  (parts.release(), ...);
+}
+
 }  // namespace Zek
 
 /// A syncer's text trace: label + keyInfo + "::" + method + "() " + rest (a streamed expression), on
