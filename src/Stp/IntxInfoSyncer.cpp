@@ -3,7 +3,8 @@
 #include <stptxrx/runtime/BlockPool.h>
 #include <stptxrx/runtime/Reconcile.h>
 
-#include <array>
+#include "MstiFieldHandlers.h"
+
 #include <cstdint>
 #include <type_traits>
 #include <utility>
@@ -321,42 +322,14 @@ void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay() {
   copyField<&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>();
 }
 
-namespace {
-// The thirteen per-field handlers in declaration order (IntxMstiInfo::fieldIndex): notifications
-// dispatch through it by attribute id, and re-pointing replays it whole.
-using Handler = void (IntxInfoSyncer::ZekMstiNSm::*)();
-constexpr std::array<Handler, IntxMstiInfo::fieldCount> fieldHandlers = {
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_flags,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_bridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_portId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRootBridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistExtRootPathCost,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRegionalRootBridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_intRootPathCost,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_regionalRootBridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_remainingHops,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_messageAge,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_maxAge,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_helloTime,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay,
-};
-
-}  // namespace
-
-void IntxInfoSyncer::ZekMstiNSm::onAttribute(Zek::AttributeId id, const void*) {
-  if (zekMarkedForDeletion()) return;
-  const int field = IntxMstiInfo::fieldIndex(id);  // -1: the key, or anything unknown
-  if (field >= 0) (this->*fieldHandlers[field])();
-}
+void IntxInfoSyncer::ZekMstiNSm::onAttribute(Zek::AttributeId id, const void*) { dispatchMstiField(*this, id); }
 
 void IntxInfoSyncer::ZekMstiNSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
   if (p == notifier()) return;
   bind(Zek::ptr_cast<IntxMstiInfo const>(p));
   if (!p) return;
   // Every field replayed as if written; a destination reader may turn this syncer into a zombie midway.
-  for (Handler h : fieldHandlers) {
-    if (!zekMarkedForDeletion()) (this->*h)();
-  }
+  replayMstiFields(*this);
 }
 
 }  // namespace StpTxRx

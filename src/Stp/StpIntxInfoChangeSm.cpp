@@ -1,6 +1,6 @@
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
 
-#include <array>
+#include "MstiFieldHandlers.h"
 
 namespace StpTxRx {
 
@@ -124,33 +124,7 @@ void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge() { zek_handleMstiN(); }
 void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime() { zek_handleMstiN(); }
 void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay() { zek_handleMstiN(); }
 
-namespace {
-// The thirteen per-field handlers in declaration order (IntxMstiInfo::fieldIndex): notifications
-// dispatch through it by attribute id, and re-pointing replays it whole.
-using Handler = void (IntxInfoChangeSm::ZekMstiN::*)();
-constexpr std::array<Handler, IntxMstiInfo::fieldCount> fieldHandlers = {
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_flags,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_bridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_portId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRootBridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistExtRootPathCost,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_intRootPathCost,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_regionalRootBridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_remainingHops,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_messageAge,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay,
-};
-
-}  // namespace
-
-void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) {
-  if (zekMarkedForDeletion()) return;
-  const int field = IntxMstiInfo::fieldIndex(id);  // -1: the key, or anything unknown
-  if (field >= 0) (this->*fieldHandlers[field])();
-}
+void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) { dispatchMstiField(*this, id); }
 
 void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
   if (p == notifier()) return;
@@ -158,9 +132,7 @@ void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface con
   if (!p) return;
   // Re-pointing replays every field as if each had been written; the zombie test is the one a
   // notification would make.
-  for (Handler h : fieldHandlers) {
-    if (!zekMarkedForDeletion()) (this->*h)();
-  }
+  replayMstiFields(*this);
 }
 
 void IntxInfoChangeSm::ZekMstiN::zombieStateChanging(bool) { zek_handleMstiN(); }
