@@ -135,15 +135,15 @@ void RxMstPortStatusToRxDynamicSyncer::handleInitialized() {
 }
 
 template <auto Get, auto Set>
-void RxMstPortStatusToRxDynamicSyncer::copyScalar(const char* method, std::source_location where) {
+void RxMstPortStatusToRxDynamicSyncer::copyScalar(const char* method, int line) {
   const RxMstPortStatus* s = src();
   if (!s) return;
   Zek::Ptr<RxMstPortStatus> d = dest();
   if (!d) {
-    STP_RX_SYNCER_TRACE_LINE(7, where.line(), kPort, keyInfo(), method, "no destination");
+    STP_RX_SYNCER_TRACE_LINE(7, line, kPort, keyInfo(), method, "no destination");
     return;
   }
-  STP_RX_SYNCER_TRACE_LINE(8, where.line(), kPort, keyInfo(), method, "");
+  STP_RX_SYNCER_TRACE_LINE(8, line, kPort, keyInfo(), method, "");
   Zek::copyAttribute<Get, Set>(s, *d);
 }
 

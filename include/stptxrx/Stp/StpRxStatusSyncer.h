@@ -26,8 +26,6 @@
 #include <stptxrx/runtime/TypeRegistry.h>
 #include <stptxrx/state/RxStatus.h>
 
-#include <source_location>
-
 namespace StpTxRx {
 
 /// Copies one port of one group: from a source `RxMstPortStatus` into the port `intfId` of group
@@ -114,9 +112,10 @@ class STPTXRX_EXPORT RxMstPortStatusToRxDynamicSyncer : public Zek::Owner, publi
   const RxMstPortStatus* src() const { return source_ ? source_.get()->watched() : nullptr; }
   /// The body of the six scalar handlers: with a source, the value read by `Get` written by `Set` into
   /// dest(), traced as `method`; "no destination" (level 7) when there is none. The traces carry the
-  /// calling handler's line (`where`, left to its default).
+  /// calling handler's line (`line`, left to its default: the line of the call; std::source_location is
+  /// not available with every compiler the library is built with).
   template <auto Get, auto Set>
-  void copyScalar(const char* method, std::source_location where = std::source_location::current());
+  void copyScalar(const char* method, int line = __builtin_LINE());
 
   Zek::Name mstName_;
   IntfId intfId_;

@@ -118,7 +118,7 @@ template <class F>
 #define ZEK_TRACE_AT(handle, level, file, function, msg) ZEK_TRACE_AT_LINE(handle, level, file, __LINE__, function, msg)
 
 /// As ZEK_TRACE_AT, naming the line of the record explicitly too: a helper that traces on behalf of its
-/// caller passes the caller's line (a std::source_location taken as a default argument), so that the
+/// caller passes the caller's line (taken as a default argument), so that the
 /// record points at the code that asked for it. `line` is read only when the level is on.
 #define ZEK_TRACE_AT_LINE(handle, level, file, line, function, msg)                      \
   do {                                                                                 \
