@@ -1,20 +1,13 @@
 #include <stptxrx/Stp/IntxInfoSyncer.h>
 #include <stptxrx/Stp/SyncerTrace.h>
+#include <stptxrx/runtime/BlockPool.h>
+#include <stptxrx/runtime/Reconcile.h>
 
-#include <array>
+#include "MstiFieldHandlers.h"
+
 #include <cstdint>
-#include <mutex>
-#include <new>
 #include <type_traits>
 #include <utility>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define STPTXRX_POOL_BYPASS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define STPTXRX_POOL_BYPASS 1
-#endif
-#endif
 
 namespace StpTxRx {
 
@@ -29,107 +22,10 @@ constexpr const char* mstiNName = "mstiN";
 constexpr const char* label = "IntxInfoSyncer";
 constexpr const char* mstiNSmLabel = "IntxInfoSyncer::ZekMstiNSm";
 
-/// Writes one attribute of `src` (the attribute type's zero when `src` is null) into `dst` through the
-/// destination's setter, without comparing first.
-template <class Entity, auto Get, auto Set>
-inline void copyAttribute(const Entity* src, Entity& dst) {
-  using Value = std::remove_cvref_t<decltype((std::declval<const Entity&>().*Get)())>;
-  if (src) {
-    (dst.*Set)((src->*Get)());
-  } else {
-    (dst.*Set)(Value{});
-  }
-}
-
-/// Fixed-size blocks carved from chunks of `blocksPerChunk`, recycled through a free list. Every chunk
-/// goes back to the heap when the last live block is freed, so a torn-down syncer tree leaves nothing
-/// behind. Shares the runtime's threading rule: guarded only while Zek::threadSafePointers_ is on.
-class BlockPool {
- public:
-  /// Blocks of `blockSize` octets rounded up to `alignment` (at most the fundamental alignment, which
-  /// every chunk and its header have), so that consecutive blocks stay aligned for the object type.
-  BlockPool(std::size_t blockSize, std::size_t alignment)
-      : blockSize_((blockSize + alignment - 1) / alignment * alignment) {}
-  BlockPool(const BlockPool&) = delete;
-  BlockPool& operator=(const BlockPool&) = delete;
-
-  std::size_t blockSize() const { return blockSize_; }
-
-  void* allocate() {
-    if (!Zek::threadSafePointers_) return take();
-    std::lock_guard<std::mutex> lock(mutex_);
-    return take();
-  }
-  void deallocate(void* p) noexcept {
-    if (!Zek::threadSafePointers_) return give(p);
-    std::lock_guard<std::mutex> lock(mutex_);
-    give(p);
-  }
-
- private:
-  static constexpr std::size_t blocksPerChunk = 256;
-  struct FreeBlock {
-    FreeBlock* next;
-  };
-  struct Chunk {
-    Chunk* next;
-  };
-  // Blocks start after a header as large as the strictest fundamental alignment.
-  static constexpr std::size_t chunkHeader = alignof(std::max_align_t);
-
-  // Freed blocks first; otherwise the next untouched block of the newest chunk, so that a fresh chunk is
-  // not written all over (threading a free list through it) before its blocks are used. Either way a
-  // fresh chunk hands its blocks out in address order.
-  void* take() {
-    void* b;
-    if (free_) {
-      b = free_;
-      free_ = free_->next;
-    } else {
-      if (unused_ == chunkEnd_) grow();
-      b = unused_;
-      unused_ += blockSize_;
-    }
-    ++live_;
-    return b;
-  }
-  void give(void* p) noexcept {
-    auto* b = static_cast<FreeBlock*>(p);
-    b->next = free_;
-    free_ = b;
-    if (--live_ == 0) releaseChunks();
-  }
-  void grow() {
-    auto* raw = static_cast<unsigned char*>(::operator new(chunkHeader + blockSize_ * blocksPerChunk));
-    auto* chunk = reinterpret_cast<Chunk*>(raw);
-    chunk->next = chunks_;
-    chunks_ = chunk;
-    unused_ = raw + chunkHeader;
-    chunkEnd_ = unused_ + blockSize_ * blocksPerChunk;
-  }
-  void releaseChunks() noexcept {
-    while (chunks_) {
-      Chunk* next = chunks_->next;
-      ::operator delete(chunks_);
-      chunks_ = next;
-    }
-    free_ = nullptr;
-    unused_ = chunkEnd_ = nullptr;
-  }
-
-  const std::size_t blockSize_;
-  FreeBlock* free_ = nullptr;
-  unsigned char* unused_ = nullptr;    // next never-used block of the newest chunk
-  unsigned char* chunkEnd_ = nullptr;  // end of the newest chunk
-  Chunk* chunks_ = nullptr;
-  std::size_t live_ = 0;
-  std::mutex mutex_;
-};
-
-[[maybe_unused]] BlockPool& mstiNSmPool() {  // unused when sanitizers take the heap
+Zek::BlockPool& mstiNSmPool() {
   // Never destroyed: syncers may be released from static destructors.
   static_assert(alignof(IntxInfoSyncer::ZekMstiNSm) <= alignof(std::max_align_t));
-  static BlockPool* pool = new BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm), alignof(IntxInfoSyncer::ZekMstiNSm));
+  static Zek::BlockPool* pool = new Zek::BlockPool(sizeof(IntxInfoSyncer::ZekMstiNSm), alignof(IntxInfoSyncer::ZekMstiNSm));
   return *pool;
 }
 
@@ -143,9 +39,7 @@ Zek::Ptr<IntxInfoSyncer> IntxInfoSyncer::IntxInfoSyncerIs(const Zek::Ptr<IntxInf
   // The full copy reads both records without testing them; refuse before anything is built.
   if (!source) Zek::throwMutatorArgNullPointerException(typeName, "source");
   if (!dest) Zek::throwMutatorArgNullPointerException(typeName, "dest");
-  Zek::Ptr<IntxInfoSyncer> syncer(new IntxInfoSyncer(source, dest, vlanIdOrZero, std::move(parentId)));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new IntxInfoSyncer(source, dest, vlanIdOrZero, std::move(parentId)));
 }
 
 Zek::Ptr<IntxInfoSyncer> intxInfoSyncerFactory(const Zek::Ptr<IntxInfo const>& source, const Zek::Ptr<IntxInfo>& dest,
@@ -166,21 +60,13 @@ IntxInfoSyncer::IntxInfoSyncer(const Zek::Ptr<IntxInfo const>& source, const Zek
 // Zombie first (it reaches the source reactor and every per-instance syncer while their back pointers are
 // still set), then detach and release. The destination is released, never emptied.
 IntxInfoSyncer::~IntxInfoSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  zekMstiN_.release();
+  Zek::teardown(*this, source_, zekMstiN_);
   dest_ = nullptr;
 }
 
-void IntxInfoSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  zekMstiN_.hasNotificationActiveIs(active);
-}
+void IntxInfoSyncer::passNotificationActive(bool active) { Zek::passNotificationActiveTo(active, source_, zekMstiN_); }
 
-void IntxInfoSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  zekMstiN_.zekDoZombieReactors(zombie);
-}
+void IntxInfoSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, zekMstiN_); }
 
 std::string IntxInfoSyncer::keyInfo() const {
   const IntxInfo* src = sourceRecord();
@@ -203,18 +89,16 @@ void IntxInfoSyncer::handleInitialized() {
   const Zek::Ptr<IntxInfo> dst = dest_;
   // The source collection is walked (not the per-instance syncers), the handler before the entry's copy,
   // so that the destination entry exists when copyAllData looks it up.
-  if (src) {
-    for (const auto& [mstiId, entry] : src->mstiN()) {
-      handleMstiN(mstiId);
-      // Every source key has its per-instance syncer unless the source changed while notifications were
-      // off; then there is nothing to copy with.
-      if (ZekMstiNSm* sm = zekMstiN_.find(mstiId)) sm->copyAllData();
-    }
-  }
   // Only a differing count reveals extra destination entries; with equal counts the pass is skipped.
-  if (dst->mstiNCount() != (src ? src->mstiNCount() : 0)) {
-    for (const auto& [mstiId, entry] : dst->mstiN()) handleMstiN(mstiId);
-  }
+  Zek::reconcile(
+      Zek::keysOf(src.get(), [](const IntxInfo& s) { return s.mstiN(); }), dst->mstiN(),
+      [this](BridgeSystemId mstiId) {
+        handleMstiN(mstiId);
+        // Every source key has its per-instance syncer unless the source changed while notifications
+        // were off; then there is nothing to copy with.
+        if (ZekMstiNSm* sm = zekMstiN_.find(mstiId)) sm->copyAllData();
+      },
+      [this](BridgeSystemId mstiId) { handleMstiN(mstiId); });
   initializedIs(true);
 }
 
@@ -232,7 +116,7 @@ void IntxInfoSyncer::handleMstiN(BridgeSystemId mstiId) {
 
 template <auto Get, auto Set>
 void IntxInfoSyncer::copyRecordField() {
-  copyAttribute<IntxInfo, Get, Set>(sourceRecord(), *dest_);
+  Zek::copyAttribute<Get, Set>(sourceRecord(), *dest_);
 }
 
 void IntxInfoSyncer::zek_handleIntxInfo_neighborAddr() {
@@ -336,24 +220,14 @@ void IntxInfoSyncer::ZekSource::notifierIs(const Zek::Ptr<Zek::PtrInterface cons
 // ---- ZekMstiNSm
 
 void* IntxInfoSyncer::ZekMstiNSm::operator new(std::size_t size) {
-#ifdef STPTXRX_POOL_BYPASS
-  return ::operator new(size);
-#else
   // A class derived from this one (none today) is larger than a block; it takes the heap.
   if (size != sizeof(ZekMstiNSm)) return ::operator new(size);
   return mstiNSmPool().allocate();
-#endif
 }
 
 void IntxInfoSyncer::ZekMstiNSm::operator delete(void* p, std::size_t size) noexcept {
-  if (!p) return;
-#ifdef STPTXRX_POOL_BYPASS
-  (void)size;
-  ::operator delete(p);
-#else
-  if (size != sizeof(ZekMstiNSm)) return ::operator delete(p);
+  if (p && size != sizeof(ZekMstiNSm)) return ::operator delete(p);
   mstiNSmPool().deallocate(p);
-#endif
 }
 
 IntxInfoSyncer::ZekMstiNSm::ZekMstiNSm(const Zek::Ptr<IntxMstiInfo const>& entry, IntxInfoSyncer* owner)
@@ -392,7 +266,7 @@ void IntxInfoSyncer::ZekMstiNSm::copyAllFields(IntxMstiInfo& dst) { dst.valuesIs
 
 template <auto Get, auto Set>
 void IntxInfoSyncer::ZekMstiNSm::copyField() {
-  if (IntxMstiInfo* dst = destMstiN_.get()) copyAttribute<IntxMstiInfo, Get, Set>(watched(), *dst);
+  if (IntxMstiInfo* dst = destMstiN_.get()) Zek::copyAttribute<Get, Set>(watched(), *dst);
 }
 
 void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_flags() {
@@ -448,42 +322,14 @@ void IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay() {
   copyField<&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>();
 }
 
-namespace {
-// The thirteen per-field handlers in declaration order (IntxMstiInfo::fieldIndex): notifications
-// dispatch through it by attribute id, and re-pointing replays it whole.
-using Handler = void (IntxInfoSyncer::ZekMstiNSm::*)();
-constexpr std::array<Handler, IntxMstiInfo::fieldCount> fieldHandlers = {
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_flags,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_bridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_portId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRootBridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistExtRootPathCost,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_cistRegionalRootBridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_intRootPathCost,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_regionalRootBridgeId,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_remainingHops,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_messageAge,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_maxAge,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_helloTime,
-    &IntxInfoSyncer::ZekMstiNSm::zek_handleMstiN_fwdDelay,
-};
-
-}  // namespace
-
-void IntxInfoSyncer::ZekMstiNSm::onAttribute(Zek::AttributeId id, const void*) {
-  if (zekMarkedForDeletion()) return;
-  const int field = IntxMstiInfo::fieldIndex(id);  // -1: the key, or anything unknown
-  if (field >= 0) (this->*fieldHandlers[field])();
-}
+void IntxInfoSyncer::ZekMstiNSm::onAttribute(Zek::AttributeId id, const void*) { dispatchMstiField(*this, id); }
 
 void IntxInfoSyncer::ZekMstiNSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
   if (p == notifier()) return;
   bind(Zek::ptr_cast<IntxMstiInfo const>(p));
   if (!p) return;
   // Every field replayed as if written; a destination reader may turn this syncer into a zombie midway.
-  for (Handler h : fieldHandlers) {
-    if (!zekMarkedForDeletion()) (this->*h)();
-  }
+  replayMstiFields(*this);
 }
 
 }  // namespace StpTxRx

@@ -1,6 +1,6 @@
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
 
-#include <array>
+#include "MstiFieldHandlers.h"
 
 namespace StpTxRx {
 
@@ -17,9 +17,7 @@ constexpr const char* mstiNName = "mstiN";
 
 Zek::Ptr<IntxInfoChangeSm> IntxInfoChangeSm::IntxInfoChangeSmIs(const Zek::Ptr<IntxInfo const>& intxInfo,
                                                                 VlanIdOrNone vlanIdOrZero) {
-  Zek::Ptr<IntxInfoChangeSm> sm(new IntxInfoChangeSm(intxInfo, vlanIdOrZero));
-  sm->hasNotificationActiveIs(true);
-  return sm;
+  return Zek::activated(new IntxInfoChangeSm(intxInfo, vlanIdOrZero));
 }
 
 Zek::Ptr<IntxInfoChangeSm> intxInfoChangeSmFactory(const Zek::Ptr<IntxInfo const>& intxInfo,
@@ -39,20 +37,14 @@ IntxInfoChangeSm::IntxInfoChangeSm(const Zek::Ptr<IntxInfo const>& intxInfo, Vla
 // The zombie step reaches every instance reactor while its back pointer is still set (counting 1 each),
 // then the reactors are detached and released. The record is never touched.
 IntxInfoChangeSm::~IntxInfoChangeSm() {
-  zekDoZombieReactors(true);
-  intxInfo_.release();
-  zekMstiN_.release();
+  Zek::teardown(*this, intxInfo_, zekMstiN_);
 }
 
 void IntxInfoChangeSm::passNotificationActive(bool active) {
-  intxInfo_.hasNotificationActiveIs(active);
-  zekMstiN_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, intxInfo_, zekMstiN_);
 }
 
-void IntxInfoChangeSm::passZombie(bool zombie) {
-  intxInfo_.zekDoZombieReactors(zombie);
-  zekMstiN_.zekDoZombieReactors(zombie);
-}
+void IntxInfoChangeSm::passZombie(bool zombie) { Zek::passZombieTo(zombie, intxInfo_, zekMstiN_); }
 
 Zek::Ptr<IntxInfo const> IntxInfoChangeSm::intxInfoDel() { return intxInfo_.del(); }
 
@@ -132,33 +124,7 @@ void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge() { zek_handleMstiN(); }
 void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime() { zek_handleMstiN(); }
 void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay() { zek_handleMstiN(); }
 
-namespace {
-// The thirteen per-field handlers in declaration order (IntxMstiInfo::fieldIndex): notifications
-// dispatch through it by attribute id, and re-pointing replays it whole.
-using Handler = void (IntxInfoChangeSm::ZekMstiN::*)();
-constexpr std::array<Handler, IntxMstiInfo::fieldCount> fieldHandlers = {
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_flags,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_bridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_portId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRootBridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistExtRootPathCost,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_intRootPathCost,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_regionalRootBridgeId,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_remainingHops,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_messageAge,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime,
-    &IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay,
-};
-
-}  // namespace
-
-void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) {
-  if (zekMarkedForDeletion()) return;
-  const int field = IntxMstiInfo::fieldIndex(id);  // -1: the key, or anything unknown
-  if (field >= 0) (this->*fieldHandlers[field])();
-}
+void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) { dispatchMstiField(*this, id); }
 
 void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
   if (p == notifier()) return;
@@ -166,9 +132,7 @@ void IntxInfoChangeSm::ZekMstiN::notifierIs(const Zek::Ptr<Zek::PtrInterface con
   if (!p) return;
   // Re-pointing replays every field as if each had been written; the zombie test is the one a
   // notification would make.
-  for (Handler h : fieldHandlers) {
-    if (!zekMarkedForDeletion()) (this->*h)();
-  }
+  replayMstiFields(*this);
 }
 
 void IntxInfoChangeSm::ZekMstiN::zombieStateChanging(bool) { zek_handleMstiN(); }

@@ -3,7 +3,6 @@
 #include <stptxrx/Stp/SyncerTrace.h>
 #include <stptxrx/runtime/Exception.h>
 
-#include <cstdio>
 
 namespace StpTxRx {
 
@@ -21,22 +20,10 @@ constexpr const char* kTop = "RxStatusToRxDynamicSyncer";
 constexpr const char* kGroup = "RxMstStatusToRxDynamicSyncer";
 constexpr const char* kPort = "RxMstPortStatusToRxDynamicSyncer";
 
-/// Printed form of an object identity for the reinstantiation error ("0x..." or "(null)").
-struct Address {
-  explicit Address(const void* p) {
-    if (p) {
-      std::snprintf(text, sizeof text, "%p", p);
-    } else {
-      std::snprintf(text, sizeof text, "(null)");
-    }
-  }
-  char text[32];
-};
-
 /// Raises the reinstantiation error for `attribute` of `type` when the existing object differs.
 void checkSame(const char* type, const char* attribute, const void* existing, const void* requested) {
   if (existing != requested) {
-    Zek::throwMutatorReinstantiating(type, attribute, Address(existing).text, Address(requested).text);
+    Zek::throwMutatorReinstantiating(type, attribute, Zek::identityText(existing), Zek::identityText(requested));
   }
 }
 
@@ -101,17 +88,14 @@ RxMstPortStatusToRxDynamicSyncer::RxMstPortStatusToRxDynamicSyncer(const Zek::Na
 }
 
 RxMstPortStatusToRxDynamicSyncer::~RxMstPortStatusToRxDynamicSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
+  Zek::teardown(*this, source_);
   rxStatus_ = nullptr;
 }
 
 RxMstPortStatusToRxDynamicSyncer::Ptr RxMstPortStatusToRxDynamicSyncer::RxMstPortStatusToRxDynamicSyncerIs(
     const Zek::Name& mstName, const IntfId& intfId, const Zek::Ptr<RxMstPortStatus const>& source,
     const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new RxMstPortStatusToRxDynamicSyncer(mstName, intfId, source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new RxMstPortStatusToRxDynamicSyncer(mstName, intfId, source, rxStatus));
 }
 
 RxMstPortStatusToRxDynamicSyncer::Ptr rxMstPortStatusToRxDynamicSyncerFactory(
@@ -151,16 +135,16 @@ void RxMstPortStatusToRxDynamicSyncer::handleInitialized() {
 }
 
 template <auto Get, auto Set>
-void RxMstPortStatusToRxDynamicSyncer::copyScalar(const char* method) {
+void RxMstPortStatusToRxDynamicSyncer::copyScalar(const char* method, int line) {
   const RxMstPortStatus* s = src();
   if (!s) return;
   Zek::Ptr<RxMstPortStatus> d = dest();
   if (!d) {
-    STP_RX_SYNCER_TRACE(7, kPort, keyInfo(), method, "no destination");
+    STP_RX_SYNCER_TRACE_LINE(7, line, kPort, keyInfo(), method, "no destination");
     return;
   }
-  STP_RX_SYNCER_TRACE(8, kPort, keyInfo(), method, "");
-  ((*d).*Set)((s->*Get)());
+  STP_RX_SYNCER_TRACE_LINE(8, line, kPort, keyInfo(), method, "");
+  Zek::copyAttribute<Get, Set>(s, *d);
 }
 
 void RxMstPortStatusToRxDynamicSyncer::handleBpduCount() {
@@ -218,9 +202,11 @@ void RxMstPortStatusToRxDynamicSyncer::handleRxUpdate(VlanIdOrNone vlan) {
 
 Zek::Ptr<RxMstPortStatus const> RxMstPortStatusToRxDynamicSyncer::sourceDel() { return source_.del(); }
 
-void RxMstPortStatusToRxDynamicSyncer::passNotificationActive(bool active) { source_.hasNotificationActiveIs(active); }
+void RxMstPortStatusToRxDynamicSyncer::passNotificationActive(bool active) {
+  Zek::passNotificationActiveTo(active, source_);
+}
 
-void RxMstPortStatusToRxDynamicSyncer::passZombie(bool zombie) { source_.zekDoZombieReactors(zombie); }
+void RxMstPortStatusToRxDynamicSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_); }
 
 // =========================================================================================================
 // RxMstStatusToRxDynamicSyncer
@@ -240,17 +226,13 @@ RxMstStatusToRxDynamicSyncer::RxMstStatusToRxDynamicSyncer(const Zek::Name& mstN
 }
 
 RxMstStatusToRxDynamicSyncer::~RxMstStatusToRxDynamicSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  mstDynPortSm_.release();
+  Zek::teardown(*this, source_, mstDynPortSm_);
   rxStatus_ = nullptr;
 }
 
 RxMstStatusToRxDynamicSyncer::Ptr RxMstStatusToRxDynamicSyncer::RxMstStatusToRxDynamicSyncerIs(
     const Zek::Name& mstName, const Zek::Ptr<RxMstStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new RxMstStatusToRxDynamicSyncer(mstName, source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new RxMstStatusToRxDynamicSyncer(mstName, source, rxStatus));
 }
 
 RxMstStatusToRxDynamicSyncer::Ptr rxMstStatusToRxDynamicSyncerFactory(const Zek::Name& mstName,
@@ -318,14 +300,10 @@ void RxMstStatusToRxDynamicSyncer::mstDynPortSmDelAll() {
 Zek::Ptr<RxMstStatus const> RxMstStatusToRxDynamicSyncer::sourceDel() { return source_.del(); }
 
 void RxMstStatusToRxDynamicSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  mstDynPortSm_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, mstDynPortSm_);
 }
 
-void RxMstStatusToRxDynamicSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  mstDynPortSm_.zekDoZombieReactors(zombie);
-}
+void RxMstStatusToRxDynamicSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, mstDynPortSm_); }
 
 // =========================================================================================================
 // RxStatusToRxDynamicSyncer
@@ -375,17 +353,13 @@ RxStatusToRxDynamicSyncer::RxStatusToRxDynamicSyncer(const Zek::Ptr<RxStatus con
 }
 
 RxStatusToRxDynamicSyncer::~RxStatusToRxDynamicSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  mstDynSyncerSm_.release();
+  Zek::teardown(*this, source_, mstDynSyncerSm_);
   rxStatus_ = nullptr;
 }
 
 RxStatusToRxDynamicSyncer::Ptr RxStatusToRxDynamicSyncer::RxStatusToRxDynamicSyncerIs(
     const Zek::Ptr<RxStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new RxStatusToRxDynamicSyncer(source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new RxStatusToRxDynamicSyncer(source, rxStatus));
 }
 
 RxStatusToRxDynamicSyncer::Ptr rxStatusToRxDynamicSyncerFactory(const Zek::Ptr<RxStatus const>& source,
@@ -401,39 +375,35 @@ void RxStatusToRxDynamicSyncer::copyScalars() {
   zek_handleRxStatus_peerUpdateCtrTime();
 }
 
+template <auto Get, auto Set>
+void RxStatusToRxDynamicSyncer::copyScalar() {
+  if (!rxStatus_) return;
+  Zek::copyAttribute<Get, Set>(source_ ? source_.get()->watched() : nullptr, *rxStatus_);
+}
+
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_localHeartbeat() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->localHeartbeatIs(s ? s->localHeartbeat() : 0);
+  copyScalar<&RxStatus::localHeartbeat, &RxStatus::localHeartbeatIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_peerHeartbeat() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->peerHeartbeatIs(s ? s->peerHeartbeat() : 0);
+  copyScalar<&RxStatus::peerHeartbeat, &RxStatus::peerHeartbeatIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_updateCtrTime() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->updateCtrTimeIs(s ? s->updateCtrTime() : 0.0);
+  copyScalar<&RxStatus::updateCtrTime, &RxStatus::updateCtrTimeIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_localUpdateCtrTime() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->localUpdateCtrTimeIs(s ? s->localUpdateCtrTime() : 0.0);
+  copyScalar<&RxStatus::localUpdateCtrTime, &RxStatus::localUpdateCtrTimeIs>();
 }
 
 void RxStatusToRxDynamicSyncer::zek_handleRxStatus_peerUpdateCtrTime() {
   ZEK_BINARY_TRACE();
-  if (!rxStatus_) return;
-  const RxStatus* s = source_ ? source_.get()->watched() : nullptr;
-  rxStatus_->peerUpdateCtrTimeIs(s ? s->peerUpdateCtrTime() : 0.0);
+  copyScalar<&RxStatus::peerUpdateCtrTime, &RxStatus::peerUpdateCtrTimeIs>();
 }
 
 void RxStatusToRxDynamicSyncer::handleInitialized() {
@@ -506,13 +476,9 @@ Zek::Ptr<RxStatus const> RxStatusToRxDynamicSyncer::sourceDel() {
 }
 
 void RxStatusToRxDynamicSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  mstDynSyncerSm_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, mstDynSyncerSm_);
 }
 
-void RxStatusToRxDynamicSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  mstDynSyncerSm_.zekDoZombieReactors(zombie);
-}
+void RxStatusToRxDynamicSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, mstDynSyncerSm_); }
 
 }  // namespace StpTxRx

@@ -1,4 +1,5 @@
 #include <stptxrx/Stp/StpTxRxCommon.h>
+#include <stptxrx/runtime/Reconcile.h>
 
 namespace StpTxRx {
 
@@ -12,17 +13,14 @@ void copyIntxInfo(Zek::Ptr<IntxInfo const> src, Zek::Ptr<IntxInfo> dst) {
 
   // The collection iterators hold the current entry by counted pointer and, when the collection changed
   // under them (an observer of dst acting inside a setter, or src being dst), continue with the next
-  // greater key: no entry is visited twice and none is skipped that still exists.
-  for (const auto& [key, s] : src->mstiN()) {
-    const Zek::Ptr<IntxMstiInfo> d = dst->mstiNIs(key);
-    d->valuesIs(s.get());
-  }
-
-  // Every source key is now in dst, so equal counts mean equal key sets.
-  if (dst->mstiNCount() == src->mstiNCount()) return;
-  for (const auto& entry : dst->mstiN()) {
-    if (!src->mstiNEntry(entry.first)) dst->mstiNDel(entry.first);
-  }
+  // greater key: no entry is visited twice and none is skipped that still exists. Every source key is in
+  // dst after the first walk, so equal counts mean equal key sets.
+  Zek::reconcile(
+      src->mstiN(), dst->mstiN(),
+      [&dst](BridgeSystemId key, const Zek::Ptr<IntxMstiInfo const>& s) { dst->mstiNIs(key)->valuesIs(s.get()); },
+      [&src, &dst](BridgeSystemId key) {
+        if (!src->mstiNEntry(key)) dst->mstiNDel(key);
+      });
 }
 
 }  // namespace StpTxRx

@@ -1,5 +1,6 @@
 #include <stptxrx/Stp/SyncerTrace.h>
 #include <stptxrx/Stp/TxStatusToRxSyncer.h>
+#include <stptxrx/runtime/Reconcile.h>
 
 namespace StpTxRx {
 
@@ -54,16 +55,12 @@ void TxStatusToRxSyncer::ZekTxMstStatusSm::handleInitialized() {
   if (!rxMstStatus_) return;
   // A missing source group is an empty one: nothing to visit, and every destination port is stale.
   Zek::Ptr<TxMstStatus const> src = watchedPtr();
-  if (src) {
-    for (const auto& [intf, port] : src->txMstPortStatus()) handleTxMstPortStatus(intf);
-  }
-  // Every source port now has its destination port, so equal counts mean equal sets.
-  const std::size_t sourceCount = src ? src->txMstPortStatus().size() : 0;
-  if (rxMstStatus_->rxMstPortStatus().size() != sourceCount) {
-    for (const auto& [intf, port] : rxMstStatus_->rxMstPortStatus()) {
-      if (!src || !src->txMstPortStatus(intf)) rxMstStatus_->rxMstPortStatusDel(intf);
-    }
-  }
+  Zek::reconcile(
+      Zek::keysOf(src.get(), [](const TxMstStatus& s) { return s.txMstPortStatus(); }),
+      rxMstStatus_->rxMstPortStatus(), [this](const IntfId& intf) { handleTxMstPortStatus(intf); },
+      [this, &src](const IntfId& intf) {
+        if (!src || !src->txMstPortStatus(intf)) rxMstStatus_->rxMstPortStatusDel(intf);
+      });
   initializedIs(true);
 }
 
@@ -101,17 +98,13 @@ TxStatusToRxSyncer::TxStatusToRxSyncer(const Zek::Ptr<TxStatus const>& source, c
 }
 
 TxStatusToRxSyncer::~TxStatusToRxSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  zekTxMstStatus_.release();
+  Zek::teardown(*this, source_, zekTxMstStatus_);
   rxStatus_ = nullptr;
 }
 
 TxStatusToRxSyncer::Ptr TxStatusToRxSyncer::TxStatusToRxSyncerIs(const Zek::Ptr<TxStatus const>& source,
                                                                  const Zek::Ptr<RxStatus>& rxStatus) {
-  Ptr syncer(new TxStatusToRxSyncer(source, rxStatus));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new TxStatusToRxSyncer(source, rxStatus));
 }
 
 TxStatusToRxSyncer::Ptr txStatusToRxSyncerFactory(const Zek::Ptr<TxStatus const>& source,
@@ -147,29 +140,22 @@ void TxStatusToRxSyncer::handleInitialized() {
   // A missing source is an empty one: nothing to visit, and every destination group is stale. A null
   // destination is only legal without a source, and then there is nothing to clean.
   Zek::Ptr<TxStatus const> src = source();
-  if (src) {
-    for (const auto& [name, group] : src->txMstStatus()) handleTxMstStatus(name);
-  }
-  // Every source group now has its destination group, so equal counts mean equal sets.
-  const std::size_t sourceCount = src ? src->txMstStatus().size() : 0;
-  if (rxStatus_ && rxStatus_->rxMstStatus().size() != sourceCount) {
-    for (const auto& [name, group] : rxStatus_->rxMstStatus()) {
-      if (!src || !src->txMstStatus(name)) rxStatus_->rxMstStatusDel(name);
-    }
-  }
+  Zek::reconcile(
+      Zek::keysOf(src.get(), [](const TxStatus& s) { return s.txMstStatus(); }),
+      Zek::keysOf(rxStatus_.get(), [](const RxStatus& d) { return d.rxMstStatus(); }),
+      [this](const Zek::Name& name) { handleTxMstStatus(name); },
+      [this, &src](const Zek::Name& name) {
+        if (!src || !src->txMstStatus(name)) rxStatus_->rxMstStatusDel(name);
+      });
   initializedIs(true);
 }
 
 Zek::Ptr<TxStatus const> TxStatusToRxSyncer::sourceDel() { return source_.del(); }
 
 void TxStatusToRxSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  zekTxMstStatus_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, zekTxMstStatus_);
 }
 
-void TxStatusToRxSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  zekTxMstStatus_.zekDoZombieReactors(zombie);
-}
+void TxStatusToRxSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, zekTxMstStatus_); }
 
 }  // namespace StpTxRx

@@ -1,8 +1,8 @@
 #include <stptxrx/Stp/SyncerTrace.h>
 #include <stptxrx/Stp/TxStatusToTxSyncer.h>
+#include <stptxrx/runtime/Reconcile.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,11 +28,8 @@ constexpr const char* portLabel = "TxToTx::ZekTxMstPortStatusSm";
 
 /// Value text of a record in a reinstantiation error: its identity, which is what differs.
 std::string recordText(const IntxInfo* record) {
-  if (!record) return "(null)";
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "IntxInfo@%p vlan=%u", static_cast<const void*>(record),
-                unsigned{record->vlanIdOrZero().value()});
-  return buf;
+  if (!record) return Zek::identityText(nullptr);
+  return Zek::identityText(record, "IntxInfo", "vlan=" + std::to_string(unsigned{record->vlanIdOrZero().value()}));
 }
 
 }  // namespace
@@ -42,9 +39,7 @@ std::string recordText(const IntxInfo* record) {
 
 TxStatusToTxSyncer::Ptr TxStatusToTxSyncer::TxStatusToTxSyncerIs(const Zek::Ptr<TxStatus const>& source,
                                                                  const Zek::Ptr<TxStatus>& dest) {
-  Ptr syncer(new TxStatusToTxSyncer(source, dest));
-  syncer->hasNotificationActiveIs(true);
-  return syncer;
+  return Zek::activated(new TxStatusToTxSyncer(source, dest));
 }
 
 TxStatusToTxSyncer::Ptr txStatusToTxSyncerFactory(const Zek::Ptr<TxStatus const>& source,
@@ -68,38 +63,33 @@ TxStatusToTxSyncer::TxStatusToTxSyncer(const Zek::Ptr<TxStatus const>& source, c
 // Zombie first (reaches the source reactor and every group and port reactor while back pointers are still
 // set), then detach and release. The destination is released, never emptied.
 TxStatusToTxSyncer::~TxStatusToTxSyncer() {
-  zekDoZombieReactors(true);
-  source_.release();
-  zekTxMstStatusSm_.release();
+  Zek::teardown(*this, source_, zekTxMstStatusSm_);
   dest_ = nullptr;
 }
 
 void TxStatusToTxSyncer::passNotificationActive(bool active) {
-  source_.hasNotificationActiveIs(active);
-  zekTxMstStatusSm_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, source_, zekTxMstStatusSm_);
 }
 
-void TxStatusToTxSyncer::passZombie(bool zombie) {
-  source_.zekDoZombieReactors(zombie);
-  zekTxMstStatusSm_.zekDoZombieReactors(zombie);
-}
+void TxStatusToTxSyncer::passZombie(bool zombie) { Zek::passZombieTo(zombie, source_, zekTxMstStatusSm_); }
 
 void TxStatusToTxSyncer::handleInitialized() {
   ZEK_BINARY_TRACE();
   STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleInitialized", "");
-  zekTxMstStatusSm_.forEach([this](const Zek::Name& name, ZekTxMstStatusSm& sm) {
-    sm.handleInitialized();
-    handleTxMstStatus(name);
-  });
-  // Every source group with a reactor now has its destination group, so a count that differs means
-  // destination groups the source lacks.
-  if (Zek::Ptr<TxStatus> dst = dest_) {
-    Zek::Ptr<TxStatus const> src = source();
-    const std::size_t sourceCount = src ? src->txMstStatus().size() : 0;
-    if (dst->txMstStatus().size() != sourceCount) {
-      for (const auto& [name, group] : dst->txMstStatus()) handleTxMstStatus(name);
-    }
-  }
+  // Each group's own full copy, then this level's handler; every source group with a machine then has its
+  // destination group, so a count that differs from the source's means destination groups it lacks.
+  const Zek::Ptr<TxStatus> dst = dest_;
+  Zek::reconcile(
+      zekTxMstStatusSm_.map(), Zek::keysOf(dst.get(), [](const TxStatus& d) { return d.txMstStatus(); }),
+      [this](const Zek::Name& name, const Zek::Ptr<ZekTxMstStatusSm>& sm) {
+        sm->handleInitialized();
+        handleTxMstStatus(name);
+      },
+      [this](const Zek::Name& name) { handleTxMstStatus(name); },
+      [this] {
+        const Zek::Ptr<TxStatus const> src = source();
+        return src ? src->txMstStatus().size() : 0;
+      });
   initializedIs(true);
 }
 
@@ -176,16 +166,15 @@ TxStatusToTxSyncer::ZekTxMstStatusSm::ZekTxMstStatusSm(const Zek::Ptr<TxMstStatu
 }
 
 TxStatusToTxSyncer::ZekTxMstStatusSm::~ZekTxMstStatusSm() {
-  zekDoZombieReactors(true);
-  zekTxMstPortStatus_.release();
+  Zek::teardown(*this, zekTxMstPortStatus_);
   dest_ = nullptr;
 }
 
 void TxStatusToTxSyncer::ZekTxMstStatusSm::passNotificationActive(bool active) {
-  zekTxMstPortStatus_.hasNotificationActiveIs(active);
+  Zek::passNotificationActiveTo(active, zekTxMstPortStatus_);
 }
 
-void TxStatusToTxSyncer::ZekTxMstStatusSm::passZombie(bool zombie) { zekTxMstPortStatus_.zekDoZombieReactors(zombie); }
+void TxStatusToTxSyncer::ZekTxMstStatusSm::passZombie(bool zombie) { Zek::passZombieTo(zombie, zekTxMstPortStatus_); }
 
 std::string TxStatusToTxSyncer::ZekTxMstStatusSm::keyInfo() const {
   std::string s;
@@ -208,17 +197,18 @@ void TxStatusToTxSyncer::ZekTxMstStatusSm::handleInitialized() {
     if (dg != dest_) dest_ = std::move(dg);
   }
   // Each port's own full copy runs before this level's handler creates its destination port.
-  zekTxMstPortStatus_.forEach([this](const IntfId& intf, ZekTxMstPortStatusSm& sm) {
-    sm.handleInitialized();
-    handleTxMstPortStatus(intf);
-  });
-  if (Zek::Ptr<TxMstStatus> dg = dest_) {
-    Zek::Ptr<TxMstStatus const> src = watchedPtr();
-    const std::size_t sourceCount = src ? src->txMstPortStatus().size() : 0;
-    if (dg->txMstPortStatus().size() != sourceCount) {
-      for (const auto& [intf, port] : dg->txMstPortStatus()) handleTxMstPortStatus(intf);
-    }
-  }
+  const Zek::Ptr<TxMstStatus> dg = dest_;
+  Zek::reconcile(
+      zekTxMstPortStatus_.map(), Zek::keysOf(dg.get(), [](const TxMstStatus& d) { return d.txMstPortStatus(); }),
+      [this](const IntfId& intf, const Zek::Ptr<ZekTxMstPortStatusSm>& sm) {
+        sm->handleInitialized();
+        handleTxMstPortStatus(intf);
+      },
+      [this](const IntfId& intf) { handleTxMstPortStatus(intf); },
+      [this] {
+        const TxMstStatus* src = watched();
+        return src ? src->txMstPortStatus().size() : 0;
+      });
   initializedIs(true);
 }
 
@@ -278,14 +268,13 @@ PortSm::ZekTxMstPortStatusSm(const Zek::Ptr<TxMstPortStatus const>& port, ZekTxM
 }
 
 PortSm::~ZekTxMstPortStatusSm() {
-  zekDoZombieReactors(true);
-  txInfoSyncer_.release();
+  Zek::teardown(*this, txInfoSyncer_);
   dest_ = nullptr;
 }
 
-void PortSm::passNotificationActive(bool active) { txInfoSyncer_.hasNotificationActiveIs(active); }
+void PortSm::passNotificationActive(bool active) { Zek::passNotificationActiveTo(active, txInfoSyncer_); }
 
-void PortSm::passZombie(bool zombie) { txInfoSyncer_.zekDoZombieReactors(zombie); }
+void PortSm::passZombie(bool zombie) { Zek::passZombieTo(zombie, txInfoSyncer_); }
 
 std::string PortSm::keyInfo() const {
   std::string s;
@@ -308,20 +297,12 @@ void PortSm::handleInitialized() {
     }
     if (dp) {
       Zek::Ptr<TxMstPortStatus const> src = watchedPtr();
-      if (src) {
-        for (const auto& [vlan, record] : src->txInfo()) handleTxInfo(vlan);
-      }
-      const std::size_t sourceInfoCount = src ? src->txInfo().size() : 0;
-      if (dp->txInfo().size() != sourceInfoCount) {
-        for (const auto& [vlan, record] : dp->txInfo()) handleTxInfo(vlan);
-      }
-      if (src) {
-        for (const auto& [vlan, value] : src->txUpdate()) handleTxUpdate(vlan);
-      }
-      const std::size_t sourceUpdateCount = src ? src->txUpdate().size() : 0;
-      if (dp->txUpdate().size() != sourceUpdateCount) {
-        for (const auto& [vlan, value] : dp->txUpdate()) handleTxUpdate(vlan);
-      }
+      const auto txInfo = [this](VlanIdOrNone vlan) { handleTxInfo(vlan); };
+      Zek::reconcile(Zek::keysOf(src.get(), [](const TxMstPortStatus& s) { return s.txInfo(); }), dp->txInfo(),
+                     txInfo, txInfo);
+      const auto txUpdate = [this](VlanIdOrNone vlan) { handleTxUpdate(vlan); };
+      Zek::reconcile(Zek::keysOf(src.get(), [](const TxMstPortStatus& s) -> const auto& { return s.txUpdate(); }),
+                     dp->txUpdate(), txUpdate, txUpdate);
       dp->txHelloWhenOnIs(src ? src->txHelloWhenOn() : Stp::TimerVal());
       dp->txNewInfoIs(src ? src->txNewInfo() : 0u);
     }
@@ -346,9 +327,13 @@ void PortSm::handleTxInfo(VlanIdOrNone vlan) {
   }
 }
 
-void PortSm::mirrorTxUpdate(TxMstPortStatus& dst, VlanIdOrNone vlan) {
+std::uint32_t PortSm::sourceTxUpdate(VlanIdOrNone vlan) const {
   const TxMstPortStatus* src = watched();
-  const std::uint32_t value = src ? src->txUpdate(vlan).value_or(0u) : 0u;
+  return src ? src->txUpdate(vlan).value_or(0u) : 0u;
+}
+
+void PortSm::txUpdateWrite(TxMstPortStatus& dst, VlanIdOrNone vlan, std::uint32_t value) {
+  // A counter of 0 is treated as absent: it is removed from the destination, never copied.
   if (value != 0) {
     dst.txUpdateIs(vlan, value);
   } else {
@@ -360,16 +345,13 @@ void PortSm::handleTxUpdate(VlanIdOrNone vlan) {
   ZEK_BINARY_TRACE();
   Zek::Ptr<TxMstPortStatus> dp = dest_;
   if (!dp) return;
-  const TxMstPortStatus* src = watched();
-  const std::uint32_t value = src ? src->txUpdate(vlan).value_or(0u) : 0u;
-  // A counter of 0 is treated as absent: it is removed from the destination, never copied.
+  const std::uint32_t value = sourceTxUpdate(vlan);
   if (value != 0) {
     STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleTxUpdate", "setting vlan=" << vlan);
-    dp->txUpdateIs(vlan, value);
   } else {
     STP_TX_SYNCER_TRACE(8, portLabel, keyInfo(), "handleTxUpdate", "deleting vlan=" << vlan);
-    dp->txUpdateDel(vlan);
   }
+  txUpdateWrite(*dp, vlan, value);
 }
 
 void PortSm::zek_handleTxMstPortStatus_txNewInfo() {
@@ -427,7 +409,7 @@ void PortSm::onAttribute(Zek::AttributeId id, const void* key) {
       const VlanIdOrNone vlan = *static_cast<const VlanIdOrNone*>(key);
       // The silent mirror runs whatever the deletion mark; the handler then writes the same value again,
       // with its trace.
-      if (Zek::Ptr<TxMstPortStatus> dp = dest_; dp && watched()) mirrorTxUpdate(*dp, vlan);
+      if (Zek::Ptr<TxMstPortStatus> dp = dest_; dp && watched()) txUpdateWrite(*dp, vlan, sourceTxUpdate(vlan));
       if (!zekMarkedForDeletion()) handleTxUpdate(vlan);
       return;
     }
@@ -442,14 +424,14 @@ void PortSm::notifierIs(const Zek::Ptr<Zek::PtrInterface const>& p) {
   if (p == notifier()) return;
   bind(Zek::ptr_cast<TxMstPortStatus const>(p));
   if (Zek::Ptr<TxMstPortStatus> dp = dest_) {
-    const TxMstPortStatus* src = watched();
-    if (src) {
+    // Every non-zero source counter written, then every destination counter the source lacks deleted.
+    if (const TxMstPortStatus* src = watched()) {
       for (const auto& [vlan, value] : src->txUpdate()) {
-        if (value != 0) dp->txUpdateIs(vlan, value);
+        if (value != 0) txUpdateWrite(*dp, vlan, value);
       }
     }
     for (const auto& [vlan, value] : dp->txUpdate()) {
-      if (!src || src->txUpdate(vlan).value_or(0u) == 0) dp->txUpdateDel(vlan);
+      if (sourceTxUpdate(vlan) == 0) txUpdateWrite(*dp, vlan, 0);
     }
   }
 }

@@ -86,6 +86,17 @@ void throwMutatorArgNullPointerException(std::string_view type, std::string_view
   throw MutatorArgNullPointerException(std::move(what));
 }
 
+std::string identityText(const void* object, std::string_view type, std::string_view detail) {
+  if (!object) return "(null)";
+  char address[32];
+  std::snprintf(address, sizeof address, "%p", object);
+  std::string text;
+  if (!type.empty()) text.append(type).append("@");
+  text.append(address);
+  if (!detail.empty()) text.append(" ").append(detail);
+  return text;
+}
+
 void throwMutatorReinstantiating(std::string_view type, std::string_view attribute, std::string_view oldValue,
                                  std::string_view newValue) {
   std::string what;

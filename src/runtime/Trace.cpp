@@ -190,7 +190,7 @@ void TraceHandle::emit(int level, const char* file, int line, const char* functi
 
 void CapturingTraceSink::write(const TraceRecord& r) {
   lines_.push_back(Line{std::string(r.handle), r.level, std::string(r.file), std::string(r.function),
-                        std::string(r.text)});
+                        std::string(r.text), r.line});
 }
 
 std::vector<std::string> CapturingTraceSink::texts() const {

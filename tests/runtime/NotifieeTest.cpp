@@ -138,5 +138,34 @@ TEST_F(DispatchTest, ChangesOfTheListInANestedDispatchKeepTheOuterDispatchIntact
   EXPECT_EQ(written(3), (Journal{"c", "d", "l1", "l2"}));
 }
 
+// Registration and binding are independent: re-pointing moves the registration only of a registered
+// reactor, and registering later joins the notifier bound then. Each row: registered while re-pointed?
+// then re-registered? Which of the two notifiers reach it afterwards, and what each one's list holds.
+TEST_F(DispatchTest, RePointingMovesOnlyARegisteredReactorAndRegisteringJoinsTheCurrentNotifier) {
+  struct Row {
+    bool registeredWhileRePointed, registerAfter;
+    std::size_t heardFromOld, heardFromNew, listOfOld, listOfNew;
+  };
+  const Row rows[] = {
+      {true, false, 0, 1, 0, 1},   // moved with the binding
+      {false, false, 0, 0, 0, 0},  // unregistered: on neither list, hears nothing
+      {false, true, 0, 1, 0, 1},   // registered after the move: joins the new notifier only
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.registeredWhileRePointed * 2 + row.registerAfter);
+    TxStatus::Ptr old = TxStatus::TxStatusIs(), fresh = TxStatus::TxStatusIs();
+    Ptr<RecordingReactor> r = RecordingReactor::RecordingReactorIs(old);
+    if (!row.registeredWhileRePointed) r->isRegisteredNotifieeIs(false);
+    r->notifierIs(fresh);
+    if (row.registerAfter) r->isRegisteredNotifieeIs(true);
+    EXPECT_EQ(old->notifieeList()->size(), row.listOfOld);
+    EXPECT_EQ(fresh->notifieeList()->size(), row.listOfNew);
+    old->heartbeatTimeoutIs(1.0);
+    EXPECT_EQ(r->count(), row.heardFromOld);
+    fresh->heartbeatTimeoutIs(2.0);
+    EXPECT_EQ(r->count(), row.heardFromOld + row.heardFromNew);
+  }
+}
+
 }  // namespace
 }  // namespace Zek::test

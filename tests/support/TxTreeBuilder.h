@@ -41,6 +41,16 @@ inline void fillRecord(IntxInfo& r, std::uint32_t seed, std::uint32_t mask = ~0u
   if (mask & 1u << 5) r.configDigestIs(d);
 }
 
+/// A detached record of `vlan` whose record-level attributes are written from `seed`, with one entry per
+/// key of `keys`, each filled from seed + key.
+inline Zek::Ptr<IntxInfo> recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> keys,
+                                   std::uint16_t vlan = 0) {
+  Zek::Ptr<IntxInfo> r = IntxInfo::IntxInfoIs(vlan);
+  fillRecord(*r, seed);
+  for (std::uint16_t k : keys) fillEntry(*r->mstiNIs(k), seed + k);
+  return r;
+}
+
 /// The port `intf` of group `group`, both created when absent.
 inline Zek::Ptr<TxMstPortStatus> portIs(TxStatus& status, const char* group, const char* intf) {
   return status.txMstStatusIs(Zek::Name(group))->txMstPortStatusIs(IntfId(intf));

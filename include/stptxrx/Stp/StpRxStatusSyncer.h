@@ -111,9 +111,11 @@ class STPTXRX_EXPORT RxMstPortStatusToRxDynamicSyncer : public Zek::Owner, publi
   /// The source port, or null; the destination port is looked up only when there is a source.
   const RxMstPortStatus* src() const { return source_ ? source_.get()->watched() : nullptr; }
   /// The body of the six scalar handlers: with a source, the value read by `Get` written by `Set` into
-  /// dest(), traced as `method`; "no destination" (level 7) when there is none.
+  /// dest(), traced as `method`; "no destination" (level 7) when there is none. The traces carry the
+  /// calling handler's line (`line`, left to its default: the line of the call; std::source_location is
+  /// not available with every compiler the library is built with).
   template <auto Get, auto Set>
-  void copyScalar(const char* method);
+  void copyScalar(const char* method, int line = __builtin_LINE());
 
   Zek::Name mstName_;
   IntfId intfId_;
@@ -292,6 +294,10 @@ class STPTXRX_EXPORT RxStatusToRxDynamicSyncer : public Zek::Owner, public Zek::
  private:
   RxStatusToRxDynamicSyncer(const Zek::Ptr<RxStatus const>& source, const Zek::Ptr<RxStatus>& rxStatus);
   void copyScalars();
+  /// The body of the five scalar handlers: with a destination, the source's value read by `Get` (its
+  /// zero without a source) written by `Set`.
+  template <auto Get, auto Set>
+  void copyScalar();
 
   Zek::SourceSlot<ZekSource> source_;
   Zek::Ptr<RxStatus> rxStatus_;

@@ -24,6 +24,11 @@ STPTXRX_EXPORT Zek::TraceHandle* rxStatusSyncerTraceHandle();
                    method, rest)
 
 /// Progress trace of a receive-side syncer (handle "StpRxStatusSyncer", module Stp/StpRxStatusSyncer).
-#define STP_RX_SYNCER_TRACE(level, label, keyInfo, method, rest)                                         \
-  ZEK_SYNCER_TRACE(::StpTxRx::rxStatusSyncerTraceHandle(), level, "Stp/StpRxStatusSyncer", label, keyInfo, \
-                   method, rest)
+#define STP_RX_SYNCER_TRACE(level, label, keyInfo, method, rest) \
+  STP_RX_SYNCER_TRACE_LINE(level, __LINE__, label, keyInfo, method, rest)
+
+/// As STP_RX_SYNCER_TRACE from a helper, reported from its caller's `line` (the handler's, taken as a default
+/// argument) rather than the helper's own.
+#define STP_RX_SYNCER_TRACE_LINE(level, line, label, keyInfo, method, rest)                                   \
+  ZEK_SYNCER_TRACE_LINE(::StpTxRx::rxStatusSyncerTraceHandle(), level, "Stp/StpRxStatusSyncer", line, label, \
+                        keyInfo, method, rest)

@@ -163,8 +163,10 @@ class STPTXRX_EXPORT TxStatusToTxSyncer : public Zek::Owner, public Zek::Initial
       void passZombie(bool zombie) override;
 
      private:
-      /// The untraced counter copy: non-zero source value written, zero or absent deleted.
-      void mirrorTxUpdate(TxMstPortStatus& dst, VlanIdOrNone vlan);
+      /// The source's counter for `vlan`; 0 when absent or when there is no source.
+      std::uint32_t sourceTxUpdate(VlanIdOrNone vlan) const;
+      /// The one counter write: a non-zero `value` is written, 0 deletes (0 stands for absent).
+      static void txUpdateWrite(TxMstPortStatus& dst, VlanIdOrNone vlan, std::uint32_t value);
 
       IntfId intf_;
       Zek::String parentId_;

@@ -20,11 +20,10 @@ STPTXRX_EXPORT std::uint64_t nowSteady() noexcept;
 
 /// Time stamp in ticks of the cheapest monotonic counter the machine has.
 ///
-/// Its two reads per block are most of what a timed handler pays, its data cold or not: each is a
-/// microcoded instruction that also holds back the cache misses behind it. The ring's footprint costs
-/// nothing measurable (a 64-record ring times the same); its stores cost a little, so a block keeps
-/// few. A stronger-ordered read (the variant that waits for earlier instructions) costs far more; do
-/// not switch to it.
+/// Its two reads per block are most of what a timed handler pays, so a block keeps its other stores
+/// few, and the read is the unordered one: the variant that waits for earlier instructions costs more
+/// everywhere. What each costs on a given machine is measured by stptxrx_bench_Runtime (a timed empty
+/// block beside two bare reads), not stated here.
 inline std::uint64_t now() noexcept {
 #if defined(__x86_64__) || defined(__i386__)
   return __rdtsc();
@@ -114,7 +113,7 @@ class BlockTimer {
 /// handler, say) read the counter as usual and hand nothing on.
 ///
 /// The opener promises that only trivial steps (a loop increment, a lookup) separate the blocks of the
-/// run; their few nanoseconds count to the later block. With `enclosing` (the block the run is opened
+/// run; their time counts to the later block. With `enclosing` (the block the run is opened
 /// in), that block ends at the stamp that ended the run's last block (when there was one), so the opener
 /// also promises that only trivial steps follow the run inside it.
 ///

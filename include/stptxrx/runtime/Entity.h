@@ -4,6 +4,7 @@
 #include <stptxrx/runtime/Notifiee.h>
 #include <stptxrx/runtime/Ptr.h>
 
+#include <type_traits>
 #include <utility>
 
 namespace Zek {
@@ -86,5 +87,18 @@ class STPTXRX_EXPORT Entity : public PtrInterface {
  private:
   mutable NotifieeList notifiees_;
 };
+
+/// The one scalar copy of the syncers: the attribute read by `Get` from `src` (the attribute type's zero
+/// when `src` is null) written into `dst` by `Set`, without comparing first; whether an equal write
+/// notifies is the setter's business.
+template <auto Get, auto Set, class E>
+inline void copyAttribute(const E* src, E& dst) {
+  using Value = std::remove_cvref_t<decltype((std::declval<const E&>().*Get)())>;
+  if (src) {
+    (dst.*Set)((src->*Get)());
+  } else {
+    (dst.*Set)(Value{});
+  }
+}
 
 }  // namespace Zek

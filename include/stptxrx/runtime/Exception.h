@@ -46,6 +46,12 @@ class STPTXRX_EXPORT RangeException : public Exception {
                                                               std::string_view oldValue,
                                                               std::string_view newValue);
 
+/// The value text of an object in a reinstantiation error, where what differs is the object's identity:
+/// "(null)" for null; otherwise its address, preceded by `type` + "@" and followed by " " + `detail`
+/// when those are given ("IntxInfo@0x55d0c8 vlan=10").
+STPTXRX_EXPORT std::string identityText(const void* object, std::string_view type = {},
+                                        std::string_view detail = {});
+
 /// Raises RangeException with `text` as what(), unchanged.
 [[noreturn]] STPTXRX_EXPORT void throwRangeException(std::string_view text);
 

@@ -6,8 +6,9 @@
 
 namespace Zek {
 
-/// Numeric attribute identifier. Entities number their attributes in declaration order from 258, the key
-/// counting as the first attribute.
+/// Numeric attribute identifier. Entities number their attributes in declaration order from 258; a key
+/// counts as an attribute where it is declared, which need not be first (IntxInfo's key is 259, after
+/// neighborAddr), and an entity without a key (TxStatus) numbers only its attributes.
 using AttributeId = std::uint32_t;
 inline constexpr AttributeId firstAttributeId = 258;
 

@@ -109,6 +109,18 @@ class Reactor : public NotifieeConst {
   OwnerT* owner_;
 };
 
+/// The one disconnect sequence of a reactor its owner has already taken out: made a zombie while its
+/// back pointer is still set (so that its own children are reached), back pointer cleared,
+/// notifications off, released. Returns what it watched; null for a null `reactor`.
+template <class R>
+Ptr<typename R::NotifierType const> disconnect(Ptr<R> reactor) {
+  if (!reactor) return {};
+  reactor->zekDoZombieReactors(true);
+  reactor->ownerIs(nullptr);
+  reactor->hasNotificationActiveIs(false);
+  return reactor->watchedPtr();
+}
+
 /// The owning slot of a syncer's source reactor (`ZekSource`).
 template <class Source>
 class SourceSlot {
@@ -131,14 +143,7 @@ class SourceSlot {
 
   /// Disconnects: takes the reactor out, makes it a zombie, clears its back pointer, switches its
   /// notifications off, releases it and returns what it watched (null when there was none).
-  Ptr<Notifier const> del() {
-    Ptr<Source> r = std::move(reactor_);
-    if (!r) return {};
-    r->zekDoZombieReactors(true);
-    r->ownerIs(nullptr);
-    r->hasNotificationActiveIs(false);
-    return r->watchedPtr();
-  }
+  Ptr<Notifier const> del() { return disconnect(std::move(reactor_)); }
 
   /// Takes the reactor out without touching it.
   Ptr<Source> take() { return std::move(reactor_); }
@@ -217,12 +222,7 @@ class ChildSet {
   /// back pointer cleared, notifications off, released. Returns the member it watched (null when absent).
   template <class C = Child>
   Ptr<typename C::NotifierType const> del(const Key& key) {
-    Ptr<Child> child = take(key);
-    if (!child) return {};
-    child->zekDoZombieReactors(true);
-    child->ownerIs(nullptr);
-    child->hasNotificationActiveIs(false);
-    return child->watchedPtr();
+    return disconnect(take(key));
   }
 
   /// Removes every reactor child with del(), in iteration order.
@@ -303,10 +303,44 @@ class ChildSet {
   Map<Key, Ptr<Child>> map_;
 };
 
+/// What a creator returns: the object just built by `raw` (its constructor done), counted and with its
+/// notifications switched on.
+template <class T>
+Ptr<T> activated(T* raw) {
+  Ptr<T> p(raw);
+  p->hasNotificationActiveIs(true);
+  return p;
+}
+
+/// The notification switch passed on to what an owner owns (source slots, child sets), in the order given.
+template <class... Parts>
+void passNotificationActiveTo(bool active, Parts&... parts) {
+  (parts.hasNotificationActiveIs(active), ...);
+}
+
+/// The zombie state passed on to what an owner owns, in the order given.
+template <class... Parts>
+void passZombieTo(bool zombie, Parts&... parts) {
+  (parts.zekDoZombieReactors(zombie), ...);
+}
+
+/// An owner's destruction: the zombie step first (it reaches everything owned while back pointers are
+/// still set), then each part releases what it holds, clearing back pointers, in the order given. What
+/// the owner writes (its destination) is released by the caller, never emptied.
+template <class OwnerT, class... Parts>
+void teardown(OwnerT& owner, Parts&... parts) {
+  owner.zekDoZombieReactors(true);
+  (parts.release(), ...);
+}
+
 }  // namespace Zek
 
 /// A syncer's text trace: label + keyInfo + "::" + method + "() " + rest (a streamed expression), on
-/// `handle` at `level`, reported from source `file` and function `method`; nothing is built when the
-/// level is off.
+/// `handle` at `level`, reported from source `file`, this line and function `method`; nothing is built
+/// when the level is off.
 #define ZEK_SYNCER_TRACE(handle, level, file, label, keyInfo, method, rest) \
-  ZEK_TRACE_AT(handle, level, file, method, label << keyInfo << "::" << method << "() " << rest)
+  ZEK_SYNCER_TRACE_LINE(handle, level, file, __LINE__, label, keyInfo, method, rest)
+
+/// As ZEK_SYNCER_TRACE from a helper, reported from the caller's `line` (see ZEK_TRACE_AT_LINE).
+#define ZEK_SYNCER_TRACE_LINE(handle, level, file, line, label, keyInfo, method, rest) \
+  ZEK_TRACE_AT_LINE(handle, level, file, line, method, label << keyInfo << "::" << method << "() " << rest)

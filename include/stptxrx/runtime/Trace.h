@@ -84,6 +84,7 @@ class STPTXRX_EXPORT CapturingTraceSink : public TraceSink {
     std::string file;
     std::string function;
     std::string text;
+    int line = 0;  ///< last, so that code listing the other members keeps compiling
   };
   void write(const TraceRecord& record) override;
   const std::vector<Line>& lines() const { return lines_; }
@@ -114,15 +115,21 @@ template <class F>
 
 /// As ZEK_TRACE_FROM, naming the function of the record explicitly too (a helper tracing on behalf of
 /// the handler that called it).
-#define ZEK_TRACE_AT(handle, level, file, function, msg)                                \
+#define ZEK_TRACE_AT(handle, level, file, function, msg) ZEK_TRACE_AT_LINE(handle, level, file, __LINE__, function, msg)
+
+/// As ZEK_TRACE_AT, naming the line of the record explicitly too: a helper that traces on behalf of its
+/// caller passes the caller's line (taken as a default argument), so that the
+/// record points at the code that asked for it. `line` is read only when the level is on.
+#define ZEK_TRACE_AT_LINE(handle, level, file, line, function, msg)                      \
   do {                                                                                 \
     ::Zek::TraceHandle* zekTraceHandle_ = (handle);                                    \
     if (zekTraceHandle_->enabled(level)) {                                             \
       const char* zekTraceFunction_ = (function);                                      \
+      const int zekTraceLine_ = static_cast<int>(line);                                \
       ::Zek::traceCold([&]() noexcept {                                                \
         std::ostringstream zekTraceOs_;                                                \
         zekTraceOs_ << msg;                                                            \
-        zekTraceHandle_->emit(level, file, __LINE__, zekTraceFunction_, zekTraceOs_.view()); \
+        zekTraceHandle_->emit(level, file, zekTraceLine_, zekTraceFunction_, zekTraceOs_.view()); \
       });                                                                              \
     }                                                                                  \
   } while (0)
