@@ -131,6 +131,10 @@ TEST(ReceiveBpduTest, AValidFrameFillsTheRecordARejectOnlyCountsEveryFrameIsCoun
   EXPECT_EQ(receiveBpdu(port, 10, Nelk::Pkt::Ptr()).reject, BpduReason::frameTooShort);
   EXPECT_EQ(port->rxInfo().size(), 0u);
   EXPECT_EQ(port->rxUpdate(10), 0u);
+  const PortCounters afterRejects = port->counters();  // read through the const accessor
+  EXPECT_EQ(afterRejects.of(BpduReason::frameTooShort), 1u);
+  EXPECT_EQ(afterRejects.of(BpduReason::lengthBeyondFrame), 1u);
+  EXPECT_EQ(afterRejects.of(BpduReason::notStpLlc), 0u);
   EXPECT_EQ(receiveBpdu(port, 10, frame.data(), frame.size()).kind, BpduKind::Mst);
   EXPECT_EQ(receiveBpdu(port, 10, generateBpduFromIntxInfo(portSm(), mstRecord(), false, 0).pkt).kind, BpduKind::Mst);
   EXPECT_EQ(port->rxUpdate(10), 2u);
