@@ -7,7 +7,7 @@
 // same files. PVST+ frames of every kind, tagged and native, built by the library's encoder, are
 // written beside them as OUT_DIR/pvst-<n> (no capture of them is at hand). Exits 1 on a bad command line, an unreadable or damaged capture or a failed write, after
 // writing what it could; prints the number of frames written.
-#include "Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 
 #include <stptxrx/Stp/StpBpduCodec.h>
 
@@ -72,9 +72,9 @@ int main(int argc, char** argv) {
   int status = 0;
   std::size_t written = 0;
   for (int i = 2; i < argc; ++i) {
-    StpTxRx::tools::PcapReader in(argv[i]);
+    StpTxRx::pcap::PcapReader in(argv[i]);
     const std::string stem = std::filesystem::path(argv[i]).stem().string();
-    StpTxRx::tools::PcapFrame frame;
+    StpTxRx::pcap::PcapFrame frame;
     while (in.next(frame)) {
       const std::filesystem::path path = outDir / (stem + "-" + std::to_string(in.frames()));
       if (!writeFile(path, frame.data)) {

@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #if STPTXRX_HAVE_PCAP
-#include "../../tools/Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 #endif
 
 namespace StpTxRx::bpdutest {
@@ -242,7 +242,7 @@ TEST(BpduEncodeTest, TsharkReadsAllFlagsOfAConfigurationRecordAsTcAndTcaOnly) {
   IntxInfo::Ptr record = validRecord(BpduKind::Config);
   record->mstiNIs(0)->flagsIs({0xff});
   const std::string path = ::testing::TempDir() + "config-flags.pcap";
-  tools::PcapWriter out(path);
+  pcap::PcapWriter out(path);
   ASSERT_TRUE(out.write(*generateBpduFromIntxInfo(portSm(), record, false, 0).pkt));
   ASSERT_TRUE(out.write(*generatePvstBpduFromIntxInfo(portSm(), record, true, 7).pkt));
   ASSERT_TRUE(out.close());

@@ -13,7 +13,7 @@
 #include <map>
 
 #if STPTXRX_HAVE_PCAP
-#include "../../tools/Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 #endif
 
 namespace StpTxRx::bpdutest {
@@ -223,7 +223,7 @@ TEST(PvstRoundTripTest, TsharkReadsEveryPvstKindTaggedAndNative) {
   if (!haveTshark()) GTEST_SKIP() << "tshark is not installed";
   std::mt19937 rng(17);
   const std::string path = ::testing::TempDir() + "pvst.pcap";
-  tools::PcapWriter out(path);
+  pcap::PcapWriter out(path);
   std::vector<IntxInfo::Ptr> records;
   std::string expected;
   for (int i = 0; i < 12; ++i) {
