@@ -302,21 +302,11 @@ TEST(PvstReceiveTest, EachBpduIsFiledUnderItsOriginatingVlanAndCountedAlsoAsPvst
 
 TEST(PvstAllocationTest, DecodeAndReceiveIntoExistingRecordsAndEncodeFromAWarmPoolAllocateNothing) {
   Zek::test::TraceCapture cap({"StpTxRx/-"});
-  const Octets frame = pvst(exampleRecord(), true, 10);
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
   IntxInfo::Ptr record = exampleRecord();
   Stp::MstPortSm::Ptr sm = portSm();
-  generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
-  receiveBpdu(port, 1, frame.data(), frame.size());
-  generatePvstBpduFromIntxInfo(sm, record, true, 10);
-  Zek::test::AllocScope scope;
-  for (int i = 0; i < 50; ++i) {
-    ASSERT_TRUE(generateIntxInfoFromPkt(frame.data(), frame.size(), info.get()).valid());
-    ASSERT_TRUE(receiveBpdu(port, 1, frame.data(), frame.size()).valid());
-    ASSERT_TRUE(generatePvstBpduFromIntxInfo(sm, record, true, 10));
-  }
-  EXPECT_EQ(scope.count(), 0u);
+  EXPECT_EQ(warmCodecAllocations(pvst(record, true, 10),
+                                 [&] { return bool(generatePvstBpduFromIntxInfo(sm, record, true, 10)); }),
+            0u);
 }
 
 }  // namespace
