@@ -105,13 +105,9 @@ void IntxInfoSyncer::handleInitialized() {
 void IntxInfoSyncer::handleMstiN(BridgeSystemId mstiId) {
   ZEK_BINARY_TRACE();
   const IntxInfo* src = sourceRecord();
-  if (src && src->mstiNEntry(mstiId)) {
-    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "setting mstiId=" << mstiId);
-    dest_->mstiNIs(mstiId);
-  } else {
-    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "deleting mstiId=" << mstiId);
-    dest_->mstiNDel(mstiId);
-  }
+  syncTxMember(
+      *this, label, "handleMstiN", src && src->mstiNEntry(mstiId), mstiId, "setting mstiId=",
+      [&] { dest_->mstiNIs(mstiId); }, "deleting mstiId=", [&] { dest_->mstiNDel(mstiId); });
 }
 
 template <auto Get, auto Set>
