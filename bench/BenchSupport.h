@@ -35,6 +35,22 @@ inline BpduLinkHeader* writeLinkHeader(std::uint8_t* frame, const Nelk::EthAddr&
   return header;
 }
 
+/// The fields from the root identifier to the version 1 length, which RST and MST BPDUs share, from the
+/// common instance `cist`; the bridge identifier field gets `bridge` (an MST BPDU carries the CIST regional
+/// root there).
+template <class View>
+void writeCistFields(View* b, const IntxMstiInfo& cist, const Stp::BridgeId& bridge) {
+  b->rootIdentifier = Stp::bridgeIdWire(cist.cistRootBridgeId());
+  b->rootPathCost = cist.cistExtRootPathCost();
+  b->bridgeIdentifier = Stp::bridgeIdWire(bridge);
+  b->portIdentifier = Stp::portIdWire(cist.portId());
+  b->messageAge = cist.messageAge();
+  b->maxAge = cist.maxAge();
+  b->helloTime = cist.helloTime();
+  b->forwardDelay = cist.fwdDelay();
+  b->version1Length = 0;
+}
+
 /// The baseline of the RST encoders: the frame of `info`'s common instance written straight into `frame`
 /// through the same wire views (no packet, no table walk, no checks); returns its size.
 inline std::size_t bareEncodeRst(const IntxInfo& info, const Nelk::EthAddr& src, std::uint8_t* frame) {
@@ -45,15 +61,7 @@ inline std::size_t bareEncodeRst(const IntxInfo& info, const Nelk::EthAddr& src,
   rst->bpduType = Stp::RstpBpdu::rstType;
   const IntxMstiInfo* cist = info.mstiN(Stp::BridgeSystemId(0)).get();
   rst->rstpFlagsIs(cist->flags());
-  rst->rootIdentifier = Stp::bridgeIdWire(cist->cistRootBridgeId());
-  rst->rootPathCost = cist->cistExtRootPathCost();
-  rst->bridgeIdentifier = Stp::bridgeIdWire(cist->bridgeId());
-  rst->portIdentifier = Stp::portIdWire(cist->portId());
-  rst->messageAge = cist->messageAge();
-  rst->maxAge = cist->maxAge();
-  rst->helloTime = cist->helloTime();
-  rst->forwardDelay = cist->fwdDelay();
-  rst->version1Length = 0;
+  writeCistFields(rst, *cist, cist->bridgeId());
   return sizeof(BpduLinkHeader) + Stp::RstpBpdu::wireSize;
 }
 

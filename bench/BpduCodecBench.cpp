@@ -177,15 +177,7 @@ std::size_t bareEncodeMst(const IntxInfo& info, const Nelk::EthAddr& src, std::u
   mst->bpduType = info.intxInfoType().value;
   const IntxMstiInfo* cist = info.mstiN(Stp::BridgeSystemId(0)).get();
   mst->flags = cist->flags().value;
-  mst->rootIdentifier = Stp::bridgeIdWire(cist->cistRootBridgeId());
-  mst->rootPathCost = cist->cistExtRootPathCost();
-  mst->bridgeIdentifier = Stp::bridgeIdWire(cist->cistRegionalRootBridgeId());
-  mst->portIdentifier = Stp::portIdWire(cist->portId());
-  mst->messageAge = cist->messageAge();
-  mst->maxAge = cist->maxAge();
-  mst->helloTime = cist->helloTime();
-  mst->forwardDelay = cist->fwdDelay();
-  mst->version1Length = 0;
+  bench::writeCistFields(mst, *cist, cist->cistRegionalRootBridgeId());
   mst->version3Length =
       static_cast<std::uint16_t>(Stp::MstBpdu::version3LengthBase + mstis * Stp::MstiConfigMessage::wireSize);
   mst->configId.formatSelector = 0;

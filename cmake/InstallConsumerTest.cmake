@@ -64,6 +64,17 @@ if(READELF)
     if(NOT rc EQUAL 0 OR NOT dynamic MATCHES "Library soname: \\[${soname}\\]")
         message(FATAL_ERROR "install_consumer: SONAME of ${real} is not ${soname}:\n${dynamic}")
     endif()
+    # The companion library, when installed, follows the same scheme.
+    set(pcap_real "libstptxrx_pcap.so.${EXPECTED_VERSION}")
+    set(pcap_soname "libstptxrx_pcap.so.${EXPECTED_SOVERSION}")
+    if(EXISTS "${libdir}/${pcap_real}")
+        execute_process(COMMAND "${READELF}" -d "${libdir}/${pcap_real}"
+            OUTPUT_VARIABLE dynamic RESULT_VARIABLE rc)
+        if(NOT rc EQUAL 0 OR NOT dynamic MATCHES "Library soname: \\[${pcap_soname}\\]"
+                OR NOT IS_SYMLINK "${libdir}/${pcap_soname}")
+            message(FATAL_ERROR "install_consumer: SONAME of ${pcap_real} is not ${pcap_soname}:\n${dynamic}")
+        endif()
+    endif()
 endif()
 
 # --- find_package consumer -----------------------------------------------------------------------
@@ -90,6 +101,14 @@ if(NOT found_dir STREQUAL expected_dir)
 endif()
 run("${CMAKE_COMMAND}" --build "${build}" ${config_args})
 run("${build}/stptxrx_consumer")
+# The consumer asks the loader for the SONAME, major.minor while the major version is 0: a program built
+# against another 0.x is not loaded against this one.
+if(READELF)
+    execute_process(COMMAND "${READELF}" -d "${build}/stptxrx_consumer" OUTPUT_VARIABLE dynamic RESULT_VARIABLE rc)
+    if(NOT rc EQUAL 0 OR NOT dynamic MATCHES "Shared library: \\[${soname}\\]")
+        message(FATAL_ERROR "install_consumer: stptxrx_consumer does not need ${soname}:\n${dynamic}")
+    endif()
+endif()
 # The README shows examples/FirstProgram.cpp whole, so the program CI builds is the one users read.
 file(READ "${CONSUMER_SOURCE_DIR}/../../README.md" readme)
 file(READ "${CONSUMER_SOURCE_DIR}/../../examples/FirstProgram.cpp" first_program)

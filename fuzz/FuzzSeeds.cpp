@@ -7,9 +7,9 @@
 // same files. PVST+ frames of every kind, tagged and native, built by the library's encoder, are
 // written beside them as OUT_DIR/pvst-<n> (no capture of them is at hand). Exits 1 on a bad command line, an unreadable or damaged capture or a failed write, after
 // writing what it could; prints the number of frames written.
-#include "Pcap.h"
-
+#include <stptxrx/Stp/BpduRecordText.h>
 #include <stptxrx/Stp/StpBpduCodec.h>
+#include <stptxrx/pcap/Pcap.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -35,17 +35,10 @@ std::vector<std::vector<std::uint8_t>> pvstSeeds() {
   std::vector<std::vector<std::uint8_t>> seeds;
   const std::uint8_t kinds[][2] = {{0, 0x00}, {0, 0x80}, {2, 0x02}};  // version, type
   for (const auto& [version, type] : kinds) {
-    IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-    info->stpVersionIs({version});
-    info->intxInfoTypeIs({type});
-    auto cist = info->mstiNIs(0);
-    cist->flagsIs({0x3c});
-    cist->cistRootBridgeIdIs(Stp::BridgeId{32768, 10, mac});
-    cist->bridgeIdIs(Stp::BridgeId{32768, 10, mac});
-    cist->portIdIs(Stp::PortId(128, 4));
-    cist->maxAgeIs(Stp::TimerVal::fromWire(0x1400));
-    cist->helloTimeIs(Stp::TimerVal::fromWire(0x0200));
-    cist->fwdDelayIs(Stp::TimerVal::fromWire(0x0f00));
+    RecordValues values;  // the reference entry, with this kind's version and type
+    values.version = {version};
+    values.type = {type};
+    const IntxInfo::Ptr info = intxRecord(values);
     for (bool tagged : {false, true}) {
       const BpduEncodeResult r = generatePvstBpduFromIntxInfo(portSm, info, tagged, 10);
       if (r) seeds.emplace_back(r.pkt->data(), r.pkt->data() + r.pkt->size());
@@ -72,9 +65,9 @@ int main(int argc, char** argv) {
   int status = 0;
   std::size_t written = 0;
   for (int i = 2; i < argc; ++i) {
-    StpTxRx::tools::PcapReader in(argv[i]);
+    StpTxRx::pcap::PcapReader in(argv[i]);
     const std::string stem = std::filesystem::path(argv[i]).stem().string();
-    StpTxRx::tools::PcapFrame frame;
+    StpTxRx::pcap::PcapFrame frame;
     while (in.next(frame)) {
       const std::filesystem::path path = outDir / (stem + "-" + std::to_string(in.frames()));
       if (!writeFile(path, frame.data)) {

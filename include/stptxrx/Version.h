@@ -5,7 +5,7 @@
 #include <stptxrx/runtime/Export.h>
 
 #define STPTXRX_VERSION_MAJOR 0
-#define STPTXRX_VERSION_MINOR 1
+#define STPTXRX_VERSION_MINOR 2
 #define STPTXRX_VERSION_PATCH 0
 
 /// major * 10000 + minor * 100 + patch, for comparisons in #if.

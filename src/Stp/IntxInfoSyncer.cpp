@@ -105,13 +105,9 @@ void IntxInfoSyncer::handleInitialized() {
 void IntxInfoSyncer::handleMstiN(BridgeSystemId mstiId) {
   ZEK_BINARY_TRACE();
   const IntxInfo* src = sourceRecord();
-  if (src && src->mstiNEntry(mstiId)) {
-    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "setting mstiId=" << mstiId);
-    dest_->mstiNIs(mstiId);
-  } else {
-    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleMstiN", "deleting mstiId=" << mstiId);
-    dest_->mstiNDel(mstiId);
-  }
+  syncTxMember(
+      *this, label, "handleMstiN", src && src->mstiNEntry(mstiId), mstiId, "setting mstiId=",
+      [&] { dest_->mstiNIs(mstiId); }, "deleting mstiId=", [&] { dest_->mstiNDel(mstiId); });
 }
 
 template <auto Get, auto Set>
@@ -144,13 +140,25 @@ void IntxInfoSyncer::zek_handleIntxInfo_configDigest() {
   copyRecordField<&IntxInfo::configDigest, &IntxInfo::configDigestIs>();
 }
 
+namespace {
+// The record-level handlers by attribute id, in the declaration order of IntxInfo's fields: the source
+// reactor dispatches through this one table and a full copy runs it in order.
+struct RecordFieldHandler {
+  Zek::AttributeId id;
+  void (IntxInfoSyncer::*handler)();
+};
+constexpr RecordFieldHandler recordFieldHandlers[] = {
+    {IntxInfo::idNeighborAddr, &IntxInfoSyncer::zek_handleIntxInfo_neighborAddr},
+    {IntxInfo::idStpVersion, &IntxInfoSyncer::zek_handleIntxInfo_stpVersion},
+    {IntxInfo::idIntxInfoType, &IntxInfoSyncer::zek_handleIntxInfo_intxInfoType},
+    {IntxInfo::idConfigRevisionLevel, &IntxInfoSyncer::zek_handleIntxInfo_configRevisionLevel},
+    {IntxInfo::idConfigNameString, &IntxInfoSyncer::zek_handleIntxInfo_configNameString},
+    {IntxInfo::idConfigDigest, &IntxInfoSyncer::zek_handleIntxInfo_configDigest},
+};
+}  // namespace
+
 void IntxInfoSyncer::copyRecordFields() {
-  zek_handleIntxInfo_neighborAddr();
-  zek_handleIntxInfo_stpVersion();
-  zek_handleIntxInfo_intxInfoType();
-  zek_handleIntxInfo_configRevisionLevel();
-  zek_handleIntxInfo_configNameString();
-  zek_handleIntxInfo_configDigest();
+  for (const RecordFieldHandler& f : recordFieldHandlers) (this->*f.handler)();
 }
 
 Zek::Ptr<IntxInfoSyncer::ZekMstiNSm> IntxInfoSyncer::mstiNIs(const Zek::Ptr<IntxMstiInfo const>& entry) {
@@ -174,25 +182,12 @@ IntxInfoSyncer::ZekSource::ZekSource(const Zek::Ptr<IntxInfo const>& source, Int
 
 void IntxInfoSyncer::ZekSource::onAttribute(Zek::AttributeId id, const void* key) {
   // Record-level copies run for a zombie too; only a detached or unbound reactor skips them.
+  for (const RecordFieldHandler& f : recordFieldHandlers) {
+    if (f.id != id) continue;
+    if (watched() && owner()) (owner()->*f.handler)();
+    return;
+  }
   switch (id) {
-    case IntxInfo::idNeighborAddr:
-      if (watched() && owner()) owner()->zek_handleIntxInfo_neighborAddr();
-      return;
-    case IntxInfo::idStpVersion:
-      if (watched() && owner()) owner()->zek_handleIntxInfo_stpVersion();
-      return;
-    case IntxInfo::idIntxInfoType:
-      if (watched() && owner()) owner()->zek_handleIntxInfo_intxInfoType();
-      return;
-    case IntxInfo::idConfigRevisionLevel:
-      if (watched() && owner()) owner()->zek_handleIntxInfo_configRevisionLevel();
-      return;
-    case IntxInfo::idConfigNameString:
-      if (watched() && owner()) owner()->zek_handleIntxInfo_configNameString();
-      return;
-    case IntxInfo::idConfigDigest:
-      if (watched() && owner()) owner()->zek_handleIntxInfo_configDigest();
-      return;
     case IntxInfo::idMstiN: {
       if (!key) return;
       const BridgeSystemId mstiId = *static_cast<const BridgeSystemId*>(key);

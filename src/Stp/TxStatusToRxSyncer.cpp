@@ -125,13 +125,9 @@ void TxStatusToRxSyncer::txMstStatusDelAll() { zekTxMstStatus_.delAll(); }
 void TxStatusToRxSyncer::handleTxMstStatus(const Zek::Name& name) {
   ZEK_BINARY_TRACE();
   Zek::Ptr<TxStatus const> src = source();
-  if (src && src->txMstStatus(name)) {
-    STP_TX_SYNCER_TRACE(8, "TxToRx", keyInfo(), "handleTxMstStatus", "setting rxMstStatus " << name);
-    rxStatus_->rxMstStatusIs(name);
-  } else {
-    STP_TX_SYNCER_TRACE(8, "TxToRx", keyInfo(), "handleTxMstStatus", "deleting rxMstStatus " << name);
-    rxStatus_->rxMstStatusDel(name);
-  }
+  syncTxMember(
+      *this, "TxToRx", "handleTxMstStatus", src && src->txMstStatus(name), name, "setting rxMstStatus ",
+      [&] { rxStatus_->rxMstStatusIs(name); }, "deleting rxMstStatus ", [&] { rxStatus_->rxMstStatusDel(name); });
 }
 
 void TxStatusToRxSyncer::handleInitialized() {

@@ -98,13 +98,9 @@ void TxStatusToTxSyncer::handleTxMstStatus(Zek::String name) {
   Zek::Ptr<TxStatus> dst = dest_;
   if (!dst) return;
   const TxStatus* src = source_ ? source_.get()->watched() : nullptr;
-  if (src && src->txMstStatus(name)) {
-    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleTxMstStatus", "creating " << name);
-    dst->txMstStatusIs(name);
-  } else {
-    STP_TX_SYNCER_TRACE(8, label, keyInfo(), "handleTxMstStatus", "deleting " << name);
-    dst->txMstStatusDel(name);
-  }
+  syncTxMember(
+      *this, label, "handleTxMstStatus", src && src->txMstStatus(name), name, "creating ",
+      [&] { dst->txMstStatusIs(name); }, "deleting ", [&] { dst->txMstStatusDel(name); });
 }
 
 Zek::Ptr<TxStatusToTxSyncer::ZekTxMstStatusSm> TxStatusToTxSyncer::txMstStatusIs(
@@ -217,13 +213,10 @@ void TxStatusToTxSyncer::ZekTxMstStatusSm::handleTxMstPortStatus(IntfId intf) {
   Zek::Ptr<TxMstStatus> dg = dest_;
   if (!dg) return;
   const TxMstStatus* src = watched();
-  if (src && src->txMstPortStatus(intf)) {
-    STP_TX_SYNCER_TRACE(8, groupLabel, keyInfo(), "handleTxMstPortStatus", "setting txMstPortStatus for " << intf);
-    dg->txMstPortStatusIs(intf);
-  } else {
-    STP_TX_SYNCER_TRACE(8, groupLabel, keyInfo(), "handleTxMstPortStatus", "deleting txMstPortStatus for " << intf);
-    dg->txMstPortStatusDel(intf);
-  }
+  syncTxMember(
+      *this, groupLabel, "handleTxMstPortStatus", src && src->txMstPortStatus(intf), intf,
+      "setting txMstPortStatus for ", [&] { dg->txMstPortStatusIs(intf); }, "deleting txMstPortStatus for ",
+      [&] { dg->txMstPortStatusDel(intf); });
 }
 
 Zek::Ptr<TxMstPortStatus const> TxStatusToTxSyncer::ZekTxMstStatusSm::txMstPortStatusDel(IntfId intf) {

@@ -1,5 +1,7 @@
 #include <stptxrx/state/AgentTypes.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <ostream>
 
 namespace Stp {
@@ -26,22 +28,24 @@ StpiPortStatus::Ptr StpiPortStatus::StpiPortStatusIs(bool bpdufilterDefaultOper)
 
 Config::Ptr Config::ConfigIs(bool bpdufilterDefault) { return Ptr(new Config(bpdufilterDefault)); }
 
+namespace {
+// A mode's name from `names` (indexed by its value), or TYPE(N) for a value outside them.
+template <class Mode, std::size_t N>
+std::ostream& printMode(std::ostream& os, Mode m, const char* type, const char* const (&names)[N]) {
+  const auto value = static_cast<std::uint8_t>(m);
+  if (value < N) return os << names[value];
+  return os << type << "(" << unsigned{value} << ")";
+}
+}  // namespace
+
 std::ostream& operator<<(std::ostream& os, BpdufilterMode m) {
-  switch (m) {
-    case BpdufilterMode::followDefault: return os << "followDefault";
-    case BpdufilterMode::enabled: return os << "enabled";
-    case BpdufilterMode::disabled: return os << "disabled";
-  }
-  return os << "BpdufilterMode(" << unsigned{static_cast<std::uint8_t>(m)} << ")";
+  static_assert(static_cast<int>(BpdufilterMode::disabled) == 2);  // the names below in value order
+  return printMode(os, m, "BpdufilterMode", {"followDefault", "enabled", "disabled"});
 }
 
 std::ostream& operator<<(std::ostream& os, IntfLoggingMode m) {
-  switch (m) {
-    case IntfLoggingMode::on: return os << "on";
-    case IntfLoggingMode::off: return os << "off";
-    case IntfLoggingMode::useDefault: return os << "useDefault";
-  }
-  return os << "IntfLoggingMode(" << unsigned{static_cast<std::uint8_t>(m)} << ")";
+  static_assert(static_cast<int>(IntfLoggingMode::useDefault) == 2);  // the names below in value order
+  return printMode(os, m, "IntfLoggingMode", {"on", "off", "useDefault"});
 }
 
 }  // namespace Stp

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #if STPTXRX_HAVE_PCAP  // the captures are read through libpcap
-#include "../../tools/Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 
 #include <filesystem>
 
@@ -14,10 +14,10 @@ namespace {
 
 const std::string vectors = STPTXRX_TEST_DATA_DIR "/";
 
-std::vector<tools::PcapFrame> capture(const std::string& file) {
-  tools::PcapReader in(vectors + file);
-  std::vector<tools::PcapFrame> frames;
-  tools::PcapFrame f;
+std::vector<pcap::PcapFrame> capture(const std::string& file) {
+  pcap::PcapReader in(vectors + file);
+  std::vector<pcap::PcapFrame> frames;
+  pcap::PcapFrame f;
   while (in.next(f)) frames.push_back(f);
   EXPECT_EQ(in.error(), "");
   return frames;

@@ -2,12 +2,14 @@
 // every kind as their records say.
 #include "BpduTestFrames.h"
 
+// The tool's named samples (its own data, not an installed name).
 #include "../../tools/BpduSamples.h"
+#include <stptxrx/Stp/BpduRecordText.h>
 
 #include <gtest/gtest.h>
 
 #if STPTXRX_HAVE_PCAP
-#include "../../tools/Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 #endif
 
 namespace StpTxRx::bpdutest {
@@ -51,7 +53,7 @@ TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
   std::mt19937 rng(7);
   const std::string path = ::testing::TempDir() + "every-kind.pcap";
   std::vector<IntxInfo::Ptr> records;
-  tools::PcapWriter out(path);
+  pcap::PcapWriter out(path);
   for (int i = 0; i < 16; ++i) {
     const auto kind = static_cast<BpduKind>(i % 4);
     IntxInfo::Ptr r = randomRecord(rng, kind, portMac);
@@ -60,7 +62,7 @@ TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
     records.push_back(r);
   }
   for (const auto& sample : tools::sampleRecords()) {
-    records.push_back(tools::rstRecord(sample.values));
+    records.push_back(rstRecord(sample.values));
     ASSERT_TRUE(out.write(*generatePktFromIntxInfo(portSm(), records.back(), false)));
   }
   ASSERT_TRUE(out.close());

@@ -3,6 +3,9 @@
 // encoding into octets, views into a frame, and tshark's reading of a capture checked field by field.
 #include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
+#include <stptxrx/state/RxStatus.h>
+
+#include "support/AllocCounter.h"
 
 #include <gtest/gtest.h>
 
@@ -121,6 +124,25 @@ struct Row {
 const std::vector<Row>& ieeeRows();
 /// The MST frame the IEEE rows start from.
 inline Octets mst() { return encode(mstRecord()); }
+
+// The heap allocations of 50 rounds of the hot paths once warm: `frame` decoded into an existing record,
+// received into an existing port's status, and `encodeOne` (an encoder on an existing record, true when it
+// encoded) with the packet pool warm. Every round must succeed.
+template <class Encode>
+std::size_t warmCodecAllocations(const Octets& frame, Encode encodeOne) {
+  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
+  generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
+  receiveBpdu(port, 1, frame.data(), frame.size());
+  encodeOne();
+  Zek::test::AllocScope scope;
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_TRUE(generateIntxInfoFromPkt(frame.data(), frame.size(), info.get()).valid());
+    EXPECT_TRUE(receiveBpdu(port, 1, frame.data(), frame.size()).valid());
+    EXPECT_TRUE(encodeOne());
+  }
+  return scope.count();
+}
 
 /// tshark is there to ask.
 inline bool haveTshark() { return std::system("command -v tshark >/dev/null 2>&1") == 0; }

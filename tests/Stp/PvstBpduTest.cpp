@@ -13,7 +13,7 @@
 #include <map>
 
 #if STPTXRX_HAVE_PCAP
-#include "../../tools/Pcap.h"
+#include <stptxrx/pcap/Pcap.h>
 #endif
 
 namespace StpTxRx::bpdutest {
@@ -223,7 +223,7 @@ TEST(PvstRoundTripTest, TsharkReadsEveryPvstKindTaggedAndNative) {
   if (!haveTshark()) GTEST_SKIP() << "tshark is not installed";
   std::mt19937 rng(17);
   const std::string path = ::testing::TempDir() + "pvst.pcap";
-  tools::PcapWriter out(path);
+  pcap::PcapWriter out(path);
   std::vector<IntxInfo::Ptr> records;
   std::string expected;
   for (int i = 0; i < 12; ++i) {
@@ -302,21 +302,11 @@ TEST(PvstReceiveTest, EachBpduIsFiledUnderItsOriginatingVlanAndCountedAlsoAsPvst
 
 TEST(PvstAllocationTest, DecodeAndReceiveIntoExistingRecordsAndEncodeFromAWarmPoolAllocateNothing) {
   Zek::test::TraceCapture cap({"StpTxRx/-"});
-  const Octets frame = pvst(exampleRecord(), true, 10);
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
   IntxInfo::Ptr record = exampleRecord();
   Stp::MstPortSm::Ptr sm = portSm();
-  generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
-  receiveBpdu(port, 1, frame.data(), frame.size());
-  generatePvstBpduFromIntxInfo(sm, record, true, 10);
-  Zek::test::AllocScope scope;
-  for (int i = 0; i < 50; ++i) {
-    ASSERT_TRUE(generateIntxInfoFromPkt(frame.data(), frame.size(), info.get()).valid());
-    ASSERT_TRUE(receiveBpdu(port, 1, frame.data(), frame.size()).valid());
-    ASSERT_TRUE(generatePvstBpduFromIntxInfo(sm, record, true, 10));
-  }
-  EXPECT_EQ(scope.count(), 0u);
+  EXPECT_EQ(warmCodecAllocations(pvst(record, true, 10),
+                                 [&] { return bool(generatePvstBpduFromIntxInfo(sm, record, true, 10)); }),
+            0u);
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 // BPDU frame construction: frame allocation and link headers, RST encoding (the golden frame; tshark reads
 // the sample records' frames in BpduRoundTripTest), allocation failure, assertions, priorities and the decisions.
+#include <stptxrx/Stp/BpduRecordText.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/net/Pkt.h>
 #include <stptxrx/runtime/Exception.h>
 
-#include "../../tools/BpduSamples.h"
 #include "support/AllocCounter.h"
 #include "support/TraceCapture.h"
 
@@ -32,7 +32,7 @@ Stp::MstPortSm::Ptr portSm() {
   return Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet7"), portMac));
 }
 
-IntxInfo::Ptr goldenRecord() { return tools::rstRecord(tools::goldenCist()); }
+IntxInfo::Ptr goldenRecord() { return rstRecord(goldenCist()); }
 
 // ---------------------------------------------------------------------------------------------------
 // Frame allocation and link headers
