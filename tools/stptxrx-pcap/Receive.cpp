@@ -90,7 +90,7 @@ StpTxRx::BpduEncodeResult reencode(const StpTxRx::BpduDecodeResult& r, const Stp
   port->portAddrIs(r.source);
   // An untagged PVST+ TCN names no VLAN (originating VLAN 0) and carries none: any valid one writes it.
   const Bridging::VlanIdOrNone vlan = !r.pvst() ? r.vlan : r.originatingVlan ? r.originatingVlan : 1;
-  StpTxRx::BpduEncodeResult e = encode(portSm, record, r.encapsulation, r.tagged, vlan);
+  StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(r.encapsulation, portSm, record, r.tagged, vlan);
   skip = e && e.kind == r.kind ? Skip::none : Skip::otherKind;
   return e;
 }

@@ -55,12 +55,6 @@ int send(const std::string& iface, const std::vector<std::vector<std::uint8_t>>&
 
 }  // namespace
 
-StpTxRx::BpduEncodeResult encode(const Stp::MstPortSm::Ptr& portSm, const StpTxRx::IntxInfo::Ptr& record,
-                                 StpTxRx::BpduEncapsulation e, bool tagged, Bridging::VlanIdOrNone vlan) {
-  return e == StpTxRx::BpduEncapsulation::pvst ? StpTxRx::generatePvstBpduFromIntxInfo(portSm, record, tagged, vlan)
-                                               : StpTxRx::generateBpduFromIntxInfo(portSm, record, tagged, vlan);
-}
-
 int writeOrSend(const Options& o) {
   // Every frame is built (and every capture read) before the file or interface is opened, so a record
   // the encoder refuses or a damaged capture leaves no file and sends nothing.
@@ -76,8 +70,8 @@ int writeOrSend(const Options& o) {
     }
     ++records;
     const StpTxRx::BpduRecipe& recipe = *source.recipe;
-    StpTxRx::BpduEncodeResult e =
-        encode(portSm, StpTxRx::intxRecord(recipe.values), recipe.encapsulation, recipe.tagged, recipe.vlan);
+    StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(
+        recipe.encapsulation, portSm, StpTxRx::intxRecord(recipe.values), recipe.tagged, recipe.vlan);
     if (!e) {
       std::cerr << "stptxrx-pcap: record " << records << " cannot be encoded: " << StpTxRx::bpduEncodeErrorText(e.error)
                 << "; nothing " << (o.sendIface ? "sent" : "written") << "\n";

@@ -7,7 +7,6 @@
 // Records and frames may be IEEE or PVST+ (generatePvstBpduFromIntxInfo). Captures and interfaces go through the companion library StpTxRx::pcap. Parts: Usage.cpp (--help),
 // Options.cpp (the command line, every refusal before anything is opened), Receive.cpp (--read,
 // --listen), Send.cpp (writing a file, --send, --replay), Main.cpp.
-#include <stptxrx/Stp/BpduEncode.h>
 #include <stptxrx/Stp/BpduRecordText.h>
 #include <stptxrx/net/EthAddr.h>
 
@@ -65,10 +64,6 @@ int readCapture(const std::string& input, const std::optional<std::string>& outp
 int listen(const std::string& iface, std::size_t count, std::optional<double> timeout,
            const std::optional<RateLimit>& limit);
 int writeOrSend(const Options& o);
-
-/// The frame of `record` in encapsulation `e` (generateBpduFromIntxInfo or generatePvstBpduFromIntxInfo).
-StpTxRx::BpduEncodeResult encode(const Stp::MstPortSm::Ptr& portSm, const StpTxRx::IntxInfo::Ptr& record,
-                                 StpTxRx::BpduEncapsulation e, bool tagged, Bridging::VlanIdOrNone vlan);
 
 /// Every frame of `path` re-encoded as --rewrite writes it, into `out`; false (after saying why) when the
 /// file cannot be read whole.
