@@ -169,9 +169,14 @@ PcapPort::PcapPort(const std::string& iface, Use use) : handle_(std::make_unique
   // Non-blocking: next() waits in poll(), which a timeout or a signal ends; libpcap's own wait
   // would not end without traffic.
   if (pcap_setnonblock(p, 1, err) != 0 || pcap_setdirection(p, PCAP_D_IN) != 0 ||
-      !filter("ether dst 01:80:c2:00:00:00 and ("
+      !filter("(ether dst 01:80:c2:00:00:00 and ("
               "(ether[12:2] <= 1500 and ether[14:2] = 0x4242 and ether[16] = 3) or "
-              "(ether[12:2] = 0x8100 and ether[16:2] <= 1500 and ether[18:2] = 0x4242 and ether[20] = 3))")) {
+              "(ether[12:2] = 0x8100 and ether[16:2] <= 1500 and ether[18:2] = 0x4242 and ether[20] = 3))) or "
+              // PVST+: LLC AA AA 03, SNAP 00 00 0C / 01 0B.
+              "(ether dst 01:00:0c:cc:cc:cd and ("
+              "(ether[12:2] <= 1500 and ether[14:4] = 0xaaaa0300 and ether[18:4] = 0x000c010b) or "
+              "(ether[12:2] = 0x8100 and ether[16:2] <= 1500 and ether[18:4] = 0xaaaa0300 and "
+              "ether[22:4] = 0x000c010b)))")) {
     error_ = iface + ": " + pcap_geterr(p);
   }
 }

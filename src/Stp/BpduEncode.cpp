@@ -211,4 +211,10 @@ BpduEncodeResult generatePvstBpduFromIntxInfo(const Stp::MstPortSm::Ptr& portSm,
   return encode("generatePvstBpduFromIntxInfo", BpduEncapsulation::pvst, portSm, intxInfo, tagged, vlan);
 }
 
+BpduEncodeResult generateBpduFromIntxInfo(BpduEncapsulation e, const Stp::MstPortSm::Ptr& portSm,
+                                          const IntxInfo::Ptr& intxInfo, bool tagged, Bridging::VlanIdOrNone vlan) {
+  return e == BpduEncapsulation::pvst ? generatePvstBpduFromIntxInfo(portSm, intxInfo, tagged, vlan)
+                                      : generateBpduFromIntxInfo(portSm, intxInfo, tagged, vlan);
+}
+
 }  // namespace StpTxRx

@@ -78,6 +78,7 @@ const char* recordTextErrorText(RecordTextError error) {
     case RecordTextError::portNumber: return "port number above 4095";
     case RecordTextError::vlan: return "VLAN outside 1 to 4094";
     case RecordTextError::mstiId: return "MSTI id outside 1 to 4095";
+    case RecordTextError::pvstVlanMismatch: return "vlan differs from pvst: a PVST+ frame is tagged with its own VLAN";
   }
   return "unknown error";
 }
@@ -219,6 +220,24 @@ Error timer(std::string_view text, Stp::TimerVal& out) {
   return e;
 }
 
+// vlan= (`e` ieee: tags the frame) or pvst= (`e` pvst: a PVST+ frame for the VLAN). 0 is no VLAN and
+// 4095 reserved: neither goes in a tag or a PVST+ frame. Given both, they name one VLAN, in any order.
+Error recipeVlan(std::string_view text, BpduRecipe& r, BpduEncapsulation e) {
+  const auto n = numberFromText(text, anyNumber);
+  if (!n) return Error::badValue;
+  if (*n < 1 || *n > maxVlanId) return Error::vlan;
+  const Bridging::VlanIdOrNone vlan(static_cast<std::uint16_t>(*n));
+  const bool otherGiven = e == BpduEncapsulation::pvst ? r.tagged : r.encapsulation == BpduEncapsulation::pvst;
+  if (otherGiven && r.vlan != vlan) return Error::pvstVlanMismatch;
+  if (e == BpduEncapsulation::pvst) {
+    r.encapsulation = e;
+  } else {
+    r.tagged = true;
+  }
+  r.vlan = vlan;
+  return Error::none;
+}
+
 // One scalar field: its name and how its value goes into the recipe.
 struct Field {
   std::string_view name;
@@ -228,16 +247,8 @@ struct Field {
 constexpr Field fields[] = {
     {"version", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xff, r.values.version.value); }},
     {"type", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xff, r.values.type.value); }},
-    {"vlan",
-     [](std::string_view t, BpduRecipe& r) {
-       // 0 is no VLAN and 4095 reserved: neither goes in a tag.
-       const auto n = numberFromText(t, anyNumber);
-       if (!n) return Error::badValue;
-       if (*n < 1 || *n > 4094) return Error::vlan;
-       r.tagged = true;
-       r.vlan = Bridging::VlanIdOrNone(static_cast<std::uint16_t>(*n));
-       return Error::none;
-     }},
+    {"vlan", [](std::string_view t, BpduRecipe& r) { return recipeVlan(t, r, BpduEncapsulation::ieee); }},
+    {"pvst", [](std::string_view t, BpduRecipe& r) { return recipeVlan(t, r, BpduEncapsulation::pvst); }},
     {"flags", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xff, r.values.cist.flags.value); }},
     {"root", [](std::string_view t, BpduRecipe& r) { return bridgeId(t, r.values.cist.rootId); }},
     {"cost", [](std::string_view t, BpduRecipe& r) { return numberInto(t, 0xffffffff, r.values.cist.rootPathCost); }},

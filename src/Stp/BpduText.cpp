@@ -100,6 +100,7 @@ void writeBpduText(std::ostream& os, const BpduDecodeResult& r, const IntxInfo* 
     os << "reject: " << bpduReasonText(r.reject);
   }
   // How the frame came follows the kind, one clause per fact of the link layer.
+  if (r.valid() && r.pvst()) os << " pvst " << r.originatingVlan;
   if (r.tagged) os << " vlan " << r.vlan;
   if (frameSize >= 12) os << " src " << r.source;  // the source is known once the frame reaches it
   if (!r.valid() || r.kind == BpduKind::Tcn || !record) return;

@@ -35,6 +35,11 @@ TEST(RecordTextTest, EachFieldAcceptsItsLastFittingValueAndRefusesTheFirstBeyond
       // tag
       {"vlan=1", E::none}, {"vlan=4094", E::none}, {"vlan=0", E::vlan}, {"vlan=4095", E::vlan},
       {"vlan=5000", E::vlan},
+      // PVST+ VLAN, alone or with the one tag it may have, in either order
+      {"pvst=1", E::none}, {"pvst=4094", E::none}, {"pvst=0", E::vlan}, {"pvst=4095", E::vlan},
+      {"pvst=x", E::badValue}, {"pvst=10,vlan=10", E::none}, {"vlan=4094,pvst=4094", E::none},
+      {"pvst=10,vlan=11", E::pvstVlanMismatch}, {"vlan=11,pvst=10", E::pvstVlanMismatch},
+      {"pvst=10,pvst=10", E::repeatedField},
       // octets and words
       {"version=255", E::none}, {"version=256", E::tooWide}, {"type=0xff", E::none}, {"type=0x100", E::tooWide},
       {"flags=0xff", E::none}, {"flags=0x100", E::tooWide}, {"hops=255", E::none}, {"hops=256", E::tooWide},
@@ -66,6 +71,24 @@ TEST(RecordTextTest, EachFieldAcceptsItsLastFittingValueAndRefusesTheFirstBeyond
     EXPECT_EQ(static_cast<bool>(r), c.error == E::none);
     EXPECT_EQ(r.message().empty(), c.error == E::none);
   }
+}
+
+TEST(RecordTextTest, PvstAndVlanPickTheEncapsulationAndTheTag) {
+  using Enc = BpduEncapsulation;
+  const struct { const char* text; Enc encapsulation; bool tagged; std::uint16_t vlan; } cases[] = {
+      {"flags=1", Enc::ieee, false, 0},       {"vlan=7", Enc::ieee, true, 7},
+      {"pvst=7", Enc::pvst, false, 7},        {"pvst=7,vlan=7", Enc::pvst, true, 7},
+      {"vlan=4094,pvst=4094", Enc::pvst, true, 4094}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const RecordTextResult r = recordFromText(c.text);
+    ASSERT_TRUE(r) << r.message();
+    EXPECT_EQ(r.recipe.encapsulation, c.encapsulation);
+    EXPECT_EQ(r.recipe.tagged, c.tagged);
+    EXPECT_EQ(r.recipe.vlan.value(), c.vlan);
+  }
+  EXPECT_EQ(recordFromText("vlan=3,pvst=4").message(),
+            "'pvst=4': vlan differs from pvst: a PVST+ frame is tagged with its own VLAN");
 }
 
 TEST(RecordTextTest, ARefusalNamesTheItemAndItsReason) {

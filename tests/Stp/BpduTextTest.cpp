@@ -23,8 +23,8 @@ std::string lineOf(const std::string& text) {
   EXPECT_TRUE(r) << r.message();
   static const auto portSm = Stp::MstPortSm::MstPortSmIs(
       Stp::Port::PortIs(Nelk::IntfId("Ethernet1"), Nelk::EthAddr(2, 0, 0, 0, 0, 1)));
-  const BpduEncodeResult e = generateBpduFromIntxInfo(portSm, intxRecord(r.recipe.values), r.recipe.tagged,
-                                                      r.recipe.vlan);
+  const BpduEncodeResult e = generateBpduFromIntxInfo(r.recipe.encapsulation, portSm, intxRecord(r.recipe.values),
+                                                      r.recipe.tagged, r.recipe.vlan);
   EXPECT_TRUE(e) << bpduEncodeErrorText(e.error);
   if (!e) return {};
   const IntxInfo::Ptr back = IntxInfo::IntxInfoIs(Bridging::VlanIdOrNone());
@@ -41,6 +41,12 @@ TEST(BpduTextTest, EveryKindReadsBackAsItsLine) {
       "hello=2s fwd=15s";
   EXPECT_EQ(lineOf("version=0,type=0,flags=0x81"), "config src 02:00:00:00:00:01 flags=tc,tca" + cist);
   EXPECT_EQ(lineOf("version=0,type=0x80,vlan=10"), "tcn vlan 10 src 02:00:00:00:00:01");
+  // PVST+: the originating VLAN right after the kind, then the link fields as for IEEE.
+  EXPECT_EQ(lineOf("version=0,type=0,flags=0x81,pvst=5"), "config pvst 5 src 02:00:00:00:00:01 flags=tc,tca" + cist);
+  EXPECT_EQ(lineOf("pvst=10,vlan=10"),
+            "rst pvst 10 vlan 10 src 02:00:00:00:00:01 flags=role:designated,learning,forwarding" + cist);
+  EXPECT_EQ(lineOf("version=0,type=0x80,pvst=4094,vlan=4094"), "tcn pvst 4094 vlan 4094 src 02:00:00:00:00:01");
+  EXPECT_EQ(lineOf("version=0,type=0x80,pvst=7"), "tcn pvst 0 src 02:00:00:00:00:01");  // no VLAN in it
   EXPECT_EQ(lineOf("flags=0x3c"), "rst src 02:00:00:00:00:01 flags=role:designated,learning,forwarding" + cist);
   EXPECT_EQ(lineOf("version=3,name=a\tb,msti=2/0x80/0/00:00:00:00:00:02/0/4096/0/0"),
             "mst src 02:00:00:00:00:01 flags=role:designated,learning,forwarding" + cist +

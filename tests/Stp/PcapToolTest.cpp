@@ -127,14 +127,63 @@ TEST_F(PcapToolTest, RecordsOfEveryKindReadBackARejectIsNamedAndARefusedRecordWr
   EXPECT_EQ(lines[4], "5 reject: protocol identifier not 0 src 02:00:00:00:00:0a");
   EXPECT_EQ(lines[5], "summary: frames=5 config=1 tcn=1 rst=1 mst=1 rejected=1 rate-limited=0 protocolIdentifier=1");
 
-  // Records the text takes and the encoder refuses: a kind it has not, a name longer than 32 octets.
-  for (const std::string& record : {std::string("version=5,type=9"), "version=3,name=" + std::string(33, 'n')}) {
+  // Records the text takes and the encoder refuses: a kind it has not, a name longer than 32 octets, MST
+  // as PVST+ (which has no per-VLAN MST).
+  for (const std::string& record : {std::string("version=5,type=9"), "version=3,name=" + std::string(33, 'n'),
+                                    std::string("version=3,pvst=5")}) {
     tool("--sample golden --record " + record + " " + at("refused.pcap"));
     EXPECT_EQ(status_, 1) << record;
     EXPECT_FALSE(fs::exists(dir_ / "refused.pcap")) << record;
   }
   tool("--record version=3,name=" + std::string(32, 'n') + " " + at("fits.pcap"));
   EXPECT_EQ(status_, 0);
+}
+
+// Each PVST+ kind, native (untagged) and tagged, written from --record ...,pvst=V[,vlan=V]: read back as
+// the line of the same record in the IEEE format with ' pvst V' after the kind (an untagged TCN names no
+// VLAN: pvst 0), counted as pvst=P, and rewritten octet for octet. A damaged TLV is a named reject.
+TEST_F(PcapToolTest, PvstRecordsOfEveryKindReadBackAsPvstAndRewriteOctetForOctet) {
+  const struct { const char* record; unsigned vlan; bool tagged; unsigned shown; } cases[] = {
+      {"version=0,type=0,flags=0x81", 1, false, 1},     {"version=0,type=0,flags=0x81", 4094, true, 4094},
+      {"version=2,type=2,flags=0x7e", 10, false, 10},   {"version=2,type=2,flags=0x7e", 10, true, 10},
+      {"version=0,type=0x80", 9, false, 0},             {"version=0,type=0x80", 9, true, 9}};
+  std::string ieee, pvst;
+  for (const auto& c : cases) {
+    const std::string vlan = std::to_string(c.vlan), tag = c.tagged ? ",vlan=" + vlan : "";
+    ieee += " --record " + std::string(c.record) + tag;
+    pvst += " --record " + std::string(c.record) + ",pvst=" + vlan + tag;
+  }
+  tool(ieee + " --src 02:00:00:00:00:42 " + at("ieee.pcap"));
+  ASSERT_EQ(status_, 0);
+  tool(pvst + " --src 02:00:00:00:00:42 " + at("pvst.pcap"));
+  ASSERT_EQ(status_, 0);
+  const Lines want = tool("--read " + at("ieee.pcap"));
+  const Lines lines = tool("--read " + at("pvst.pcap") + " --rewrite " + at("again.pcap"));
+  ASSERT_EQ(status_, 0);
+  ASSERT_EQ(lines.size(), std::size(cases) + 1);
+  ASSERT_EQ(want.size(), lines.size());
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    std::string expected = want[i];  // "N KIND ..." with " pvst V" after KIND
+    expected.insert(expected.find(' ', expected.find(' ') + 1), " pvst " + std::to_string(cases[i].shown));
+    EXPECT_EQ(lines[i], expected);
+  }
+  EXPECT_EQ(lines[3], "4 rst pvst 10 vlan 10 src 02:00:00:00:00:42 flags=proposal,role:designated,learning,"
+                      "forwarding,agreement root=32768.1.00:11:22:33:44:55 cost=20000 bridge=4096.0.00:aa:bb:cc:dd:ee "
+                      "port=128.3 age=0s maxage=20s hello=2s fwd=15s");
+  EXPECT_EQ(lines.back(), "summary: frames=6 config=2 tcn=2 rst=2 mst=0 rejected=0 rate-limited=0 pvst=6");
+  auto octets = [this](const char* name) {
+    std::ifstream in(dir_ / name, std::ios::binary);
+    return std::string{std::istreambuf_iterator<char>(in), {}};
+  };
+  EXPECT_EQ(octets("again.pcap"), octets("pvst.pcap"));
+
+  // Frame 1's TLV length (its low octet: link header 14, LLC and SNAP 8, BPDU offset 39) says 3.
+  std::fstream(dir_ / "pvst.pcap", std::ios::binary | std::ios::in | std::ios::out).seekp(24 + 16 + 14 + 8 + 39).put('\x03');
+  const Lines damaged = tool("--read " + at("pvst.pcap"));
+  ASSERT_EQ(damaged.size(), lines.size());
+  EXPECT_EQ(damaged[0], "1 reject: originating-VLAN TLV length not 2 src 02:00:00:00:00:42");
+  EXPECT_EQ(Lines(damaged.begin() + 1, damaged.end() - 1), Lines(lines.begin() + 1, lines.end() - 1));
+  EXPECT_EQ(damaged.back(), "summary: frames=6 config=1 tcn=2 rst=2 mst=0 rejected=1 rate-limited=0 pvst=5 pvstTlvLength=1");
 }
 
 // Every refusal: status 2, one line on standard error, no file. Each value at the first step past what
@@ -149,6 +198,10 @@ TEST_F(PcapToolTest, ValuesThatDoNotFitAndMisusedOptionsAreRefusedInOneLineWriti
       {"--record root=32768/5000" + mac, "--record root=32768/4095" + mac, "system-id extension"},
       {"--record vlan=4095", "--record vlan=4094", "VLAN"},
       {"--record vlan=0", "--record vlan=1", "VLAN"},
+      {"--record pvst=4095", "--record pvst=4094", "VLAN"},
+      {"--record pvst=0", "--record pvst=1", "VLAN"},
+      {"--record pvst=7,vlan=8", "--record pvst=8,vlan=8", "vlan differs from pvst"},
+      {"--record vlan=8,pvst=7", "--record vlan=7,pvst=7", "vlan differs from pvst"},
       {"--record version=3,msti=4096/0/0" + mac + "/0/0/0/0", "--record version=3,msti=4095/0/0" + mac + "/0/0/0/0",
        "MSTI id"},
       {"--record version=3,msti=1/0/0" + mac + "/0/0/248/0", "--record version=3,msti=1/0/0" + mac + "/0/0/240/0",

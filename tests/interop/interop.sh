@@ -6,6 +6,8 @@
 #           superior RST BPDU makes it report our bridge as root and its port as Root
 #   veth    every kind of record sent arrives as the same record; each capture replays frame for
 #           frame; bad input says one line, exits 1 and sends nothing
+#   pvst    PVST+ frames of every per-VLAN kind, native and tagged, arrive as the same records, each
+#           line naming its originating VLAN
 #
 #   interop.sh BUILD_DIR        (needs root and network namespaces; CTest: label interop)
 #   interop.sh BUILD_DIR --can-run   only says whether it could run here (status 0 or 77)
@@ -255,8 +257,27 @@ veth_pair() {
         "summary: frames=0 config=0 tcn=0 rst=0 mst=0 rejected=0 rate-limited=0"
 }
 
+# ---- veth pair, PVST+: every per-VLAN kind, native and tagged, through --send and --listen
+pvst_veth() {
+    ((ran++))
+    new_ns pvst && veth p0 p1 || return 1
+    local records=() k
+    for k in version=0,type=0,flags=0x81 version=0,type=0x80 version=2,type=2,flags=0x7e; do
+        records+=(--record "$k,pvst=1" --record "$k,pvst=4094,vlan=4094")
+    done
+    records+=(--record version=2,type=2,vlan=7)  # an IEEE frame among them still arrives as one
+    "$tool" "${records[@]}" "$work/pvst.pcap" 2>/dev/null && "$tool" --read "$work/pvst.pcap" >"$work/pvst.want" || return 1
+    listen_bg "$work/pvst.got" p1 --count 7 --timeout 20 && in_ns "$tool" --send p0 "${records[@]}" 2>/dev/null
+    reap "$listener"
+    check "pvst: Config, TCN, RST as PVST+, native and tagged, arrive as written" cmp -s "$work/pvst.got" "$work/pvst.want"
+    check "pvst: each line names its originating VLAN (an untagged TCN none), the summary counts six" \
+        same "$(head -n7 "$work/pvst.got" | cut -d' ' -f2-5 | tr '\n' '|')$(tail -n1 "$work/pvst.got")" \
+        "config pvst 1 src|config pvst 4094 vlan|tcn pvst 0 src|tcn pvst 4094 vlan|rst pvst 1 src|rst pvst 4094 vlan|rst vlan 7 src|summary: frames=7 config=2 tcn=2 rst=3 mst=0 rejected=0 rate-limited=0 pvst=6"
+    sed 's/^/  pvst received: /' "$work/pvst.got"
+}
+
 start=$SECONDS
-for scenario in kernel_bridge open_vswitch veth_pair; do
+for scenario in kernel_bridge open_vswitch veth_pair pvst_veth; do
     "$scenario" || check "$scenario: setting up" false
 done
 ((ran > 0)) || skip_all "no scenario could run"

@@ -45,14 +45,18 @@ class ReceivingPort {
   std::pair<std::string, StpTxRx::BpduDecodeResult> receive(const PcapFrame& frame) {
     ++frames_;
     const StpTxRx::BpduDecodeResult r = receiver_.frameIs(noVlan, frame.data.data(), frame.data.size(), frame.time);
-    const auto record = port_->rxInfo(noVlan);
+    const auto record = this->record(r);
     std::ostringstream line;
     line << frames_ << ' ';
     StpTxRx::writeBpduText(line, r, record.get(), frame.capturedLength());
     if (frame.cutShort()) line << " (captured " << frame.capturedLength() << " of " << frame.origLen << " octets)";
     return {line.str(), r};
   }
-  StpTxRx::IntxInfo::Ptr record() const { return port_->rxInfo(noVlan); }
+  // The record a frame the receiver answered with `r` went to: an IEEE BPDU's under no VLAN, a PVST+
+  // BPDU's under its originating VLAN (an untagged TCN's under the native VLAN, here none).
+  StpTxRx::IntxInfo::Ptr record(const StpTxRx::BpduDecodeResult& r) const {
+    return port_->rxInfo(r.pvst() ? r.originatingVlan : noVlan);
+  }
 
   // The closing line, read back from the port's counters once the receiver has published its drops.
   std::string summary() {
@@ -73,9 +77,10 @@ class ReceivingPort {
 // Why a captured frame is not sent again (--rewrite, --replay).
 enum class Skip { none, rejected, otherKind };
 
-// The frame the library encodes from a valid decode `r` of `record`, sent from the frame's source and
-// tagged as it was; a version 3+ BPDU read as RST keeps its version, which the encoder sends as MST, so
-// a re-encoding of another kind is skipped.
+// The frame the library encodes from a valid decode `r` of `record`, sent from the frame's source,
+// tagged as it was and in its encapsulation (a PVST+ frame for its originating VLAN); a version 3+ BPDU
+// read as RST keeps its version, which the encoder sends as MST, so a re-encoding of another kind is
+// skipped.
 StpTxRx::BpduEncodeResult reencode(const StpTxRx::BpduDecodeResult& r, const StpTxRx::IntxInfo::Ptr& record,
                                    Skip& skip) {
   static const Stp::Port::Ptr port = Stp::Port::PortIs(Nelk::IntfId("Ethernet1"));
@@ -83,7 +88,9 @@ StpTxRx::BpduEncodeResult reencode(const StpTxRx::BpduDecodeResult& r, const Stp
   skip = Skip::rejected;
   if (!r.valid() || !record) return {};
   port->portAddrIs(r.source);
-  StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(portSm, record, r.tagged, r.vlan);
+  // An untagged PVST+ TCN names no VLAN (originating VLAN 0) and carries none: any valid one writes it.
+  const Bridging::VlanIdOrNone vlan = !r.pvst() ? r.vlan : r.originatingVlan ? r.originatingVlan : 1;
+  StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(r.encapsulation, portSm, record, r.tagged, vlan);
   skip = e && e.kind == r.kind ? Skip::none : Skip::otherKind;
   return e;
 }
@@ -126,7 +133,7 @@ int readCapture(const std::string& input, const std::optional<std::string>& outp
       continue;
     }
     Skip skip;
-    const StpTxRx::BpduEncodeResult e = reencode(r, port.record(), skip);
+    const StpTxRx::BpduEncodeResult e = reencode(r, port.record(r), skip);
     rejected += skip == Skip::rejected;
     otherKind += skip == Skip::otherKind;
     if (skip == Skip::none && !writer->write(*e.pkt, frame.time)) break;

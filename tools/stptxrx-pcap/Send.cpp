@@ -20,7 +20,7 @@ using StpTxRx::pcap::PcapWriter;
 
 namespace {
 
-// Frames other than untagged RST ones, which dumpRstFrame annotates, are dumped as plain hex.
+// Frames other than untagged IEEE RST ones, which dumpRstFrame annotates, are dumped as plain hex.
 void dumpHex(std::ostream& os, const std::uint8_t* frame, std::size_t size) {
   for (std::size_t offset = 0; offset < size; offset += 16) {
     char head[24];
@@ -71,7 +71,7 @@ int writeOrSend(const Options& o) {
     ++records;
     const StpTxRx::BpduRecipe& recipe = *source.recipe;
     StpTxRx::BpduEncodeResult e = StpTxRx::generateBpduFromIntxInfo(
-        portSm, StpTxRx::intxRecord(recipe.values), recipe.tagged, recipe.vlan);
+        recipe.encapsulation, portSm, StpTxRx::intxRecord(recipe.values), recipe.tagged, recipe.vlan);
     if (!e) {
       std::cerr << "stptxrx-pcap: record " << records << " cannot be encoded: " << StpTxRx::bpduEncodeErrorText(e.error)
                 << "; nothing " << (o.sendIface ? "sent" : "written") << "\n";
@@ -91,9 +91,11 @@ int writeOrSend(const Options& o) {
   for (std::size_t i = 0; i < built.size(); ++i) {
     const Nelk::Pkt& pkt = *built[i].pkt;
     if (o.dump) {
+      const bool ieee = recipes[i]->encapsulation == StpTxRx::BpduEncapsulation::ieee;
       std::cout << "frame " << writer.frames() << " (" << pkt.size() << " octets, "
-                << StpTxRx::bpduKindName(built[i].kind) << (recipes[i]->tagged ? ", tagged" : "") << ")\n";
-      if (built[i].kind == StpTxRx::BpduKind::Rst && !recipes[i]->tagged) {
+                << StpTxRx::bpduKindName(built[i].kind) << (ieee ? "" : ", pvst")
+                << (recipes[i]->tagged ? ", tagged" : "") << ")\n";
+      if (built[i].kind == StpTxRx::BpduKind::Rst && !recipes[i]->tagged && ieee) {
         StpTxRx::tools::dumpRstFrame(std::cout, pkt.data(), pkt.size());
       } else {
         dumpHex(std::cout, pkt.data(), pkt.size());

@@ -4,7 +4,7 @@
 // capture file, reads a capture (pcap or pcapng) printing one line per frame and a summary of the port's
 // counters, rewrites a capture as the library re-encodes it, listens on an interface printing the BPDUs
 // that arrive in the same form, and sends records, samples or a capture's frames on an interface.
-// Captures and interfaces go through the companion library StpTxRx::pcap. Parts: Usage.cpp (--help),
+// Records and frames may be IEEE or PVST+ (generatePvstBpduFromIntxInfo). Captures and interfaces go through the companion library StpTxRx::pcap. Parts: Usage.cpp (--help),
 // Options.cpp (the command line, every refusal before anything is opened), Receive.cpp (--read,
 // --listen), Send.cpp (writing a file, --send, --replay), Main.cpp.
 #include <stptxrx/Stp/BpduRecordText.h>

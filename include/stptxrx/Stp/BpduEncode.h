@@ -82,4 +82,11 @@ STPTXRX_EXPORT BpduEncodeResult generatePvstBpduFromIntxInfo(const Stp::MstPortS
                                                              const IntxInfo::Ptr& intxInfo, bool tagged,
                                                              Bridging::VlanIdOrNone vlan);
 
+/// The frame of `intxInfo` in encapsulation `e`: generateBpduFromIntxInfo (ieee) or
+/// generatePvstBpduFromIntxInfo (pvst), as they write it. For callers that carry the encapsulation as
+/// a value (a recipe, a decoded frame).
+STPTXRX_EXPORT BpduEncodeResult generateBpduFromIntxInfo(BpduEncapsulation e, const Stp::MstPortSm::Ptr& portSm,
+                                                         const IntxInfo::Ptr& intxInfo, bool tagged,
+                                                         Bridging::VlanIdOrNone vlan);
+
 }  // namespace StpTxRx

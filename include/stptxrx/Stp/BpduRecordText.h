@@ -2,6 +2,7 @@
 // Records of every BPDU kind built from plain values, and from the text form that stptxrx-pcap takes
 // after --record: comma-separated FIELD=VALUE items (see recordFromText). Every value is checked against
 // the field it goes to; one that does not fit is refused with a named reason, never cut to fit.
+#include <stptxrx/Stp/BpduLink.h>
 #include <stptxrx/runtime/Export.h>
 #include <stptxrx/state/IntxInfo.h>
 #include <stptxrx/state/StpTypes.h>
@@ -75,11 +76,14 @@ STPTXRX_EXPORT IntxInfo::Ptr intxRecord(const RecordValues& v);
 /// An RST record (version 2, type 2, no VLAN) whose entry 0 holds `v`.
 STPTXRX_EXPORT IntxInfo::Ptr rstRecord(const CistValues& v);
 
-/// A record's values and the tag of the frame to send it in.
+/// A record's values and the frame to send it in: IEEE or PVST+, tagged or not. A PVST+ frame is for
+/// VLAN `vlan`, tagged with it when `tagged` (a VLAN other than the port's native one) and untagged
+/// otherwise (the native VLAN).
 struct BpduRecipe {
   RecordValues values;
   bool tagged = false;
-  Bridging::VlanIdOrNone vlan;  ///< 1 to 4094 when tagged
+  Bridging::VlanIdOrNone vlan;  ///< 1 to 4094 when tagged or PVST+: the tag's and the PVST+ VLAN
+  BpduEncapsulation encapsulation = BpduEncapsulation::ieee;
 };
 
 /// Why a record text was refused. Each has a text (recordTextErrorText).
@@ -98,6 +102,7 @@ enum class RecordTextError : std::uint8_t {
   portNumber,         ///< "port number above 4095"
   vlan,               ///< "VLAN outside 1 to 4094"
   mstiId,             ///< "MSTI id outside 1 to 4095"
+  pvstVlanMismatch,   ///< "vlan differs from pvst: a PVST+ frame is tagged with its own VLAN"
 };
 STPTXRX_EXPORT const char* recordTextErrorText(RecordTextError error);
 
@@ -113,7 +118,9 @@ struct RecordTextResult {
 
 /// Builds a recipe from `items`, comma-separated FIELD=VALUE items; fields not given keep the values of
 /// RecordValues{}. Fields (numbers decimal or 0x hex):
-///   version, type (0-255), vlan (1-4094, tags the frame), flags (0-255), cost, intcost (32-bit),
+///   version, type (0-255), vlan (1-4094, tags the frame), pvst (1-4094: a PVST+ frame for that VLAN,
+///   untagged, or tagged with it when vlan gives the same VLAN; another vlan is refused, as the
+///   receiver rejects a PVST+ frame whose tag is not its VLAN), flags (0-255), cost, intcost (32-bit),
 ///   root, bridge, regroot (PRIORITY/EXTENSION/MAC), port (PRIORITY/NUMBER),
 ///   age, maxage, hello, fwd (0-0xffff, 1/256 s), name (text without ','; longer than 32 octets the
 ///   encoder refuses it, BpduEncodeError::nameTooLong), revision (16-bit),

@@ -1,14 +1,15 @@
 #pragma once
 // The readable one-line form of a received frame, as stptxrx-pcap prints it:
 //
-//   KIND[ vlan V] src MAC[ (read as RST: WHY)] flags=F root=ID cost=C bridge=ID port=P
+//   KIND[ pvst O][ vlan V] src MAC[ (read as RST: WHY)] flags=F root=ID cost=C bridge=ID port=P
 //       age=Ts maxage=Ts hello=Ts fwd=Ts                                      (config, rst, mst)
 //       regroot=ID intcost=C hops=H name="TEXT" revision=R digest=HEX
 //       [msti K flags=F regroot=ID intcost=C bridge=ID port=P hops=H]...     (mst only)
-//   tcn[ vlan V] src MAC
+//   tcn[ pvst O][ vlan V] src MAC
 //   reject: WHY[ vlan V][ src MAC]
 //   rate-limited
 //
+// `pvst O` marks a valid PVST+ BPDU, O its originating VLAN (a TCN's: its tag's VLAN, 0 untagged).
 // Identifiers read PRIORITY.EXTENSION.MAC, ports PRIORITY.NUMBER, timers are in seconds. Built for
 // people: allocates, never on a hot path.
 #include <stptxrx/Stp/StpBpduCodec.h>

@@ -101,7 +101,8 @@ class STPTXRX_EXPORT PcapWriter {
 };
 
 /// An interface opened through libpcap: it receives the BPDUs that arrive on it (filtered in the kernel
-/// to frames for 01:80:C2:00:00:00 with LLC 42 42 03, tagged or not, inbound only) and sends frames as
+/// to frames for 01:80:C2:00:00:00 with LLC 42 42 03 and PVST+ frames for 01:00:0C:CC:CC:CD with LLC
+/// AA AA 03 and SNAP 00 00 0C / 01 0B, tagged or not, inbound only) and sends frames as
 /// given. A VLAN tag that the kernel took off a received frame is back in the frame's data (libpcap
 /// puts it back). Needs root or CAP_NET_RAW. Not copyable.
 class STPTXRX_EXPORT PcapPort {
