@@ -14,17 +14,9 @@
 
 namespace Zek::test::bt {
 
-struct Widget {
-  int member(int) const {  // returns the line of its call site
-    ZEK_BINARY_TRACE();
-    return __LINE__ - 1;
-  }
-  int withLambda() const {
-    return [] {
-      ZEK_BINARY_TRACE();
-      return __LINE__ - 1;
-    }();
-  }
+struct Widget {  // each returns the line of its call site
+  int member(int) const { ZEK_BINARY_TRACE(); return __LINE__; }
+  int withLambda() const { return [] { ZEK_BINARY_TRACE(); return __LINE__; }(); }
 };
 
 }  // namespace Zek::test::bt
@@ -94,16 +86,13 @@ TEST(TraceSinkTest, OffLevelBuildsNoTextAndOnLevelReachesTheSinkWithItsSource) {
   int streamed = 0;
   AllocScope scope;
   for (int i = 0; i < 100; ++i) ZEK_TRACE(h, 7, "value " << Streamed{&streamed} << std::string(100, 'x'));
-  EXPECT_EQ(scope.count(), 0u);
-  EXPECT_EQ(streamed, 0);
+  EXPECT_TRUE(scope.count() == 0 && streamed == 0) << "an off level builds no text";
   ZEK_TRACE(h, 8, "value " << Streamed{&streamed});
   ZEK_SYNCER_TRACE(h, 8, "Stp/StpTxStatusSyncer", "TxStatusToTxSyncer", "[g]", "handleTxMstStatus", "create " << 2);
   EXPECT_EQ(streamed, 1);
   ASSERT_EQ(cap.lines().size(), 2u);
-  EXPECT_EQ(cap.lines()[0].level, 8);
-  EXPECT_TRUE(cap.lines()[0].file.ends_with("tests/runtime/TraceTest")) << cap.lines()[0].file;
-  EXPECT_EQ(cap.lines()[0].function, "TestBody");
-  EXPECT_EQ(cap.lines()[1].file, "Stp/StpTxStatusSyncer");
+  EXPECT_TRUE(cap.lines()[0].level == 8 && cap.lines()[0].file.ends_with("tests/runtime/TraceTest") &&
+              cap.lines()[0].function == "TestBody" && cap.lines()[1].file == "Stp/StpTxStatusSyncer");
   EXPECT_EQ(cap.texts(),
             (std::vector<std::string>{"value streamed", "TxStatusToTxSyncer[g]::handleTxMstStatus() create 2"}));
 
@@ -118,10 +107,7 @@ TEST(TraceSinkTest, OffLevelBuildsNoTextAndOnLevelReachesTheSinkWithItsSource) {
 class BinaryTraceTest : public ::testing::Test {
  protected:
   void SetUp() override { BinaryTrace::clear(); }
-  void TearDown() override {
-    BinaryTrace::enabledIs(true);
-    BinaryTrace::clear();
-  }
+  void TearDown() override { BinaryTrace::enabledIs(true), BinaryTrace::clear(); }
   static std::string newestText() {
     BinaryTrace::Record r{};
     EXPECT_TRUE(BinaryTrace::recent(0, r));
@@ -138,46 +124,36 @@ TEST_F(BinaryTraceTest, CallSiteTextIsTheQualifiedNameWithoutReturnTypeOrParamet
   const std::pair<const char*, const char*> cases[] = {
       {"void (anonymous namespace)::Fake::handle(int)", "(anonymous namespace)::Fake::handle"},
       {"void {anonymous}::Fake::handle(int)", "{anonymous}::Fake::handle"},
-      {"bool Ns::W::operator<(const Ns::W &) const", "Ns::W::operator<"},
-      {"Ns::W &Ns::W::operator<<(int)", "Ns::W::operator<<"},
-      {"Ns::W& Ns::W::operator>>(int)", "Ns::W::operator>>"},
-      {"auto Ns::W::operator<=>(const Ns::W &) const", "Ns::W::operator<=>"},
-      {"Ns::W *Ns::P::operator->() const", "Ns::P::operator->"},
-      {"void Ns::F::operator()(int) const", "Ns::F::operator()"},
+      {"bool Ns::W::operator<(const Ns::W &) const", "Ns::W::operator<"}, {"Ns::W &Ns::W::operator<<(int)", "Ns::W::operator<<"},
+      {"Ns::W& Ns::W::operator>>(int)", "Ns::W::operator>>"}, {"Ns::W *Ns::P::operator->() const", "Ns::P::operator->"},
+      {"auto Ns::W::operator<=>(const Ns::W &) const", "Ns::W::operator<=>"}, {"Ns::Free::Free()", "Ns::Free::Free"},
+      {"void Ns::F::operator()(int) const", "Ns::F::operator()"}, {"main", "main"},
       {"auto Ns::W::f()::(anonymous class)::operator()() const", "Ns::W::f"},
       {"std::function<void (int)> Ns::make(std::function<void (int)>)", "Ns::make"},
       {"void Ns::C<T>::m() [with T = std::map<int, int>]", "Ns::C<T>::m"},
-      {"std::map<int, std::vector<int> > Ns::C<int, std::less<int> >::m() const", "Ns::C<int, std::less<int> >::m"},
-      {"Ns::Free::Free()", "Ns::Free::Free"},
-      {"main", "main"},
-  };
+      {"std::map<int, std::vector<int> > Ns::C<int, std::less<int> >::m() const", "Ns::C<int, std::less<int> >::m"}};
   for (const auto& [pretty, name] : cases) {
     EXPECT_EQ(BinaryTrace::messageText(BinaryTrace::callSiteIs(pretty, __FILE__, 9)), std::string(name) + "():9")
         << pretty;
   }
 }
 
-TEST_F(BinaryTraceTest, CallSiteRegistersOnceAndRecordsOnlyWhileOn) {
+TEST_F(BinaryTraceTest, CallSiteRegistersOnceAndTheRingKeepsTheLatestRecordsWhileOnAndDumpsThemOldestFirst) {
+  BinaryTrace::Record first{}, r{};
   bt::Widget().member(1);
-  BinaryTrace::Record first{}, second{};
   ASSERT_TRUE(BinaryTrace::recent(0, first));
   BinaryTrace::enabledIs(false);
   bt::Widget().member(1);
   EXPECT_EQ(BinaryTrace::recordCount(), 1u) << "switched off: nothing recorded";
   BinaryTrace::enabledIs(true);
   bt::Widget().member(1);
-  EXPECT_EQ(BinaryTrace::recordCount(), 2u);
-  ASSERT_TRUE(BinaryTrace::recent(0, second));
-  EXPECT_EQ(second.message, first.message);
-  EXPECT_GE(second.start, first.start);
-}
-
-TEST_F(BinaryTraceTest, RingKeepsTheLatestRecordsAndDumpsThemOldestFirst) {
+  ASSERT_TRUE(BinaryTrace::recordCount() == 2u && BinaryTrace::recent(0, r));
+  EXPECT_TRUE(r.message == first.message && r.start >= first.start) << "one call site, registered once";
+  BinaryTrace::clear();
   const std::uint32_t m = BinaryTrace::callSiteIs("int Ns::C<int>::m(int) const", __FILE__, 7);
   const std::uint64_t total = BinaryTrace::ringSize + 10;
   for (std::uint64_t i = 0; i < total; ++i) BinaryTrace::record(m, i, 1);
   EXPECT_EQ(BinaryTrace::recordCount(), total);
-  BinaryTrace::Record r{};
   EXPECT_FALSE(BinaryTrace::recent(BinaryTrace::ringSize, r));
   std::ostringstream full;
   BinaryTrace::dump(full);
@@ -201,10 +177,9 @@ TEST_F(BinaryTraceTest, RunHandsABlockEndOnlyToTheNextBlockOfItsOwnLevelAndToThe
       { BinaryTrace::BlockTimer nested2(m); }
     }
   }
-  ASSERT_EQ(BinaryTrace::recordCount(), 5u);
   BinaryTrace::Record first{}, nested1{}, nested2{}, second{}, enclosing{};
   for (auto [back, r] : {std::pair{4u, &first}, {3u, &nested1}, {2u, &nested2}, {1u, &second}, {0u, &enclosing}}) {
-    ASSERT_TRUE(BinaryTrace::recent(back, *r));
+    ASSERT_TRUE(BinaryTrace::recordCount() == 5u && BinaryTrace::recent(back, *r));
   }
   const auto end = [](const BinaryTrace::Record& r) { return r.start + r.elapsed; };
   EXPECT_EQ(second.start, end(first)) << "the run's next block starts where its last one ended";
