@@ -103,8 +103,7 @@ TEST(PktLiveLimitTest, NoPacketWhileTheLimitIsReached) {
   EXPECT_TRUE(held.back()) << "0: no limit";
 }
 
-class PktRefCountTest : public ::testing::TestWithParam<bool> {
- protected:
+struct PktRefCountTest : ::testing::TestWithParam<bool> {
   void SetUp() override { Zek::threadSafePointers_ = GetParam(); }
   void TearDown() override { Zek::threadSafePointers_ = false; }
 };

@@ -32,8 +32,7 @@ struct Derived : Counted {
   using Counted::Counted;
 };
 
-class PtrTest : public ::testing::TestWithParam<bool> {
- protected:
+struct PtrTest : ::testing::TestWithParam<bool> {
   void SetUp() override { threadSafePointers_ = GetParam(); }
   void TearDown() override { threadSafePointers_ = false; }
 };
@@ -48,18 +47,16 @@ TEST_P(PtrTest, EveryPtrCountsOnceAndTheLastOneDestroysOnce) {
   c = static_cast<const Ptr<Derived>&>(c);  // self-assignment
   Ptr<Counted const> view = c;              // const and base views share the count
   Ptr<Derived> moved = std::move(b);        // a move transfers the reference
-  EXPECT_FALSE(b);
-  EXPECT_EQ(raw->references(), 4u);
-  EXPECT_EQ(ptr_cast<Derived const>(view).get(), raw);
+  EXPECT_TRUE(!b && raw->references() == 4u && ptr_cast<Derived const>(view).get() == raw);
   a = moved = c = nullptr;
   EXPECT_EQ(destroyed, 0) << "the const view alone keeps the object";
   Derived* released = Ptr<Derived>(raw).release();  // gives up a reference without dropping it
   EXPECT_EQ(raw->references(), 2u);
   released->deleteRef();
   view = Ptr<Counted const>(new Counted(&destroyed));  // reassignment releases the old object
-  EXPECT_EQ(destroyed, 1);
+  const int afterReassignment = destroyed;
   view = nullptr;
-  EXPECT_EQ(destroyed, 2);
+  EXPECT_TRUE(afterReassignment == 1 && destroyed == 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothModes, PtrTest, ::testing::Values(false, true),
