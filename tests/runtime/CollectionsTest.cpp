@@ -86,8 +86,7 @@ TEST(HashMapCompactionTest, LookupsAndOrderSurviveCompactionWhichWaitsForLiveWal
       if (i % 4 != 3 && i != 20) map.erase("k" + std::to_string(i));
     }
   }
-  EXPECT_EQ(visited.size(), 26u);
-  EXPECT_EQ(visited.back(), 39);
+  EXPECT_TRUE(visited.size() == 26u && visited.back() == 39) << "the walk went on in place";
   map.erase("k20");  // no walk left: compacts
   for (int i = 0; i < 40; ++i) {
     const int* v = map.find("k" + std::to_string(i));
