@@ -69,8 +69,7 @@ TEST_F(DispatchTest, RegistrationOrderToActiveRegisteredReactorsAndAListThatGrow
   EXPECT_TRUE(node->notifieeList()->empty());
   a = b = c = d = nullptr;
   more.clear();
-  EXPECT_TRUE(other->notifieeList()->empty());
-  EXPECT_EQ(node->references(), 1u) << "each reactor held its notifier until released";
+  EXPECT_TRUE(other->notifieeList()->empty() && node->references() == 1u) << "each reactor held its notifier";
 }
 
 TEST_F(DispatchTest, HandlersWritingTheirNotifierNestAndEveryoneSeesTheLatestValueAndKey) {
@@ -95,8 +94,8 @@ TEST_F(DispatchTest, HandlersWritingTheirNotifierNestAndEveryoneSeesTheLatestVal
 // or called after its removal, and the releasing one lives until it returns.
 TEST_F(DispatchTest, RemovalsDuringADispatchSkipOnlyTheRemoved) {
   TxStatus::Ptr other = TxStatus::TxStatusIs();
-  auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d"), e = reactor("e"), f = reactor("f"),
-       g = reactor("g");
+  auto a = reactor("a"), b = reactor("b"), c = reactor("c"), d = reactor("d"), e = reactor("e"), f = reactor("f");
+  auto g = reactor("g");
   int destroyedInside = -1;
   c->actionIs([&](AttributeId, const void*) {
     if (!a) return;
@@ -113,9 +112,8 @@ TEST_F(DispatchTest, RemovalsDuringADispatchSkipOnlyTheRemoved) {
   EXPECT_EQ(destroyed, 3);
   EXPECT_EQ(node->notifieeList()->size(), 1u);
   EXPECT_EQ(written(2), (Journal{"g"}));
-  journal.clear();
   other->heartbeatTimeoutIs(3);
-  EXPECT_EQ(journal, (Journal{"f"}));
+  EXPECT_EQ(journal, (Journal{"g", "f"}));
 }
 
 // Removals inside a nested dispatch must not compact the list under the outer one (the outer loop would then
@@ -138,33 +136,19 @@ TEST_F(DispatchTest, ChangesOfTheListInANestedDispatchKeepTheOuterDispatchIntact
   EXPECT_EQ(written(3), (Journal{"c", "d", "l1", "l2"}));
 }
 
-// Registration and binding are independent: re-pointing moves the registration only of a registered
-// reactor, and registering later joins the notifier bound then. Each row: registered while re-pointed?
-// then re-registered? Which of the two notifiers reach it afterwards, and what each one's list holds.
-TEST_F(DispatchTest, RePointingMovesOnlyARegisteredReactorAndRegisteringJoinsTheCurrentNotifier) {
-  struct Row {
-    bool registeredWhileRePointed, registerAfter;
-    std::size_t heardFromOld, heardFromNew, listOfOld, listOfNew;
-  };
-  const Row rows[] = {
-      {true, false, 0, 1, 0, 1},   // moved with the binding
-      {false, false, 0, 0, 0, 0},  // unregistered: on neither list, hears nothing
-      {false, true, 0, 1, 0, 1},   // registered after the move: joins the new notifier only
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.registeredWhileRePointed * 2 + row.registerAfter);
-    TxStatus::Ptr old = TxStatus::TxStatusIs(), fresh = TxStatus::TxStatusIs();
-    Ptr<RecordingReactor> r = RecordingReactor::RecordingReactorIs(old);
-    if (!row.registeredWhileRePointed) r->isRegisteredNotifieeIs(false);
-    r->notifierIs(fresh);
-    if (row.registerAfter) r->isRegisteredNotifieeIs(true);
-    EXPECT_EQ(old->notifieeList()->size(), row.listOfOld);
-    EXPECT_EQ(fresh->notifieeList()->size(), row.listOfNew);
-    old->heartbeatTimeoutIs(1.0);
-    EXPECT_EQ(r->count(), row.heardFromOld);
-    fresh->heartbeatTimeoutIs(2.0);
-    EXPECT_EQ(r->count(), row.heardFromOld + row.heardFromNew);
-  }
+// Registration and binding are independent (re-pointing a registered reactor moves it: the first test):
+// re-pointed while unregistered, a reactor is on neither list, and registering joins the notifier bound then.
+TEST_F(DispatchTest, AReactorRePointedWhileUnregisteredJoinsOnlyTheNotifierBoundWhenItRegisters) {
+  auto a = reactor("a");
+  TxStatus::Ptr other = TxStatus::TxStatusIs();
+  a->isRegisteredNotifieeIs(false);
+  a->notifierIs(other);
+  other->heartbeatTimeoutIs(1);
+  EXPECT_TRUE(journal.empty() && other->notifieeList()->empty() && node->notifieeList()->empty());
+  a->isRegisteredNotifieeIs(true);
+  EXPECT_TRUE(written(2).empty()) << "not the notifier it had";
+  other->heartbeatTimeoutIs(3);
+  EXPECT_EQ(journal, Journal{"a"});
 }
 
 }  // namespace

@@ -1,59 +1,67 @@
-// The value types as a user reads them: flags by name, timers in seconds, the library's version.
+// The value types as a user reads them: flags by name, timers in seconds, identifiers on the wire, the
+// library's version, a record's printed form.
 #include <stptxrx/Version.h>
 #include <stptxrx/state/IntxInfo.h>
 #include <stptxrx/state/StpTypes.h>
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdint>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <sstream>
-#include <string>
+#include <vector>
 
 namespace Stp {
 namespace {
 
-// Every octet: each named bit reads its own bit, the octet rebuilt from the accessors is the octet (so
-// no accessor reads a neighbour's bit), and reading changes nothing.
+// Every octet: the octet rebuilt from the named accessors is the octet (no accessor reads a neighbour's bit).
 TEST(FlagsAccessorTest, EveryOctetRebuildsFromItsNamedBits) {
   for (unsigned v = 0; v <= 0xff; ++v) {
     const RstpBpduFlags f{static_cast<std::uint8_t>(v)};
     const unsigned rebuilt = unsigned{f.tc()} | unsigned{f.proposal()} << 1 |
                              static_cast<unsigned>(f.portRole()) << 2 | unsigned{f.learning()} << 4 |
                              unsigned{f.forwarding()} << 5 | unsigned{f.agreement()} << 6 | unsigned{f.tca()} << 7;
-    ASSERT_EQ(rebuilt, v);
-    ASSERT_EQ(f.master(), f.tca());
-    ASSERT_EQ(f.value, v);
+    ASSERT_TRUE(rebuilt == v && f.master() == f.tca() && f.value == v) << v;
   }
-  EXPECT_EQ(RstpBpduFlags{0x0c}.portRole(), PortRole::designated);
-  EXPECT_EQ(RstpBpduFlags{0x08}.portRole(), PortRole::root);
-  EXPECT_EQ(RstpBpduFlags{0x04}.portRole(), PortRole::alternateOrBackup);
-  EXPECT_EQ(RstpBpduFlags{0xf3}.portRole(), PortRole::unknownOrMaster);
+  for (auto [octet, role] : {std::pair{0x0c, PortRole::designated}, {0x08, PortRole::root},
+                             {0x04, PortRole::alternateOrBackup}, {0xf3, PortRole::unknownOrMaster}}) {
+    EXPECT_EQ(RstpBpduFlags{static_cast<std::uint8_t>(octet)}.portRole(), role) << octet;
+  }
 }
 
 TEST(TimerSecondsTest, SecondsAtTheEdgesOfTheFieldAreKeptOrRefusedNeverWrapped) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  const double inf = std::numeric_limits<double>::infinity();
+  const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
   const struct { double seconds; std::optional<std::uint16_t> wire; } cases[] = {
-      {0.0, 0x0000},          {2.0, 0x0200},         {20.0, 0x1400},        {1.0 / 512, 0x0001},
-      {1.0 / 1024, 0x0000},   {TimerVal::maxSeconds, 0xffff},               {255.998, 0xffff},
-      {255.9981, std::nullopt}, {256.0, std::nullopt}, {65536.0, std::nullopt}, {-0.001, std::nullopt},
-      {-256.0, std::nullopt}, {nan, std::nullopt},   {inf, std::nullopt},   {-inf, std::nullopt}};
+      {0.0, 0x0000}, {2.0, 0x0200}, {20.0, 0x1400}, {1.0 / 512, 0x0001}, {1.0 / 1024, 0x0000},
+      {TimerVal::maxSeconds, 0xffff}, {255.998, 0xffff}, {255.9981, std::nullopt}, {256.0, std::nullopt},
+      {65536.0, std::nullopt}, {-0.001, std::nullopt}, {-256.0, std::nullopt}, {nan, std::nullopt},
+      {inf, std::nullopt}, {-inf, std::nullopt}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.seconds);
     const std::optional<TimerVal> t = TimerVal::fromSeconds(c.seconds);
-    ASSERT_EQ(t.has_value(), c.wire.has_value());
-    if (t) {
-      EXPECT_EQ(t->wire(), *c.wire);
-    }
+    EXPECT_EQ(t ? std::optional{t->wire()} : std::nullopt, c.wire) << c.seconds;
   }
   for (unsigned w = 0; w <= 0xffff; ++w) {
     const TimerVal t = TimerVal::fromWire(static_cast<std::uint16_t>(w));
-    ASSERT_EQ(t.seconds() * 256, w);
-    ASSERT_EQ(TimerVal::fromSeconds(t.seconds()), t);
+    ASSERT_TRUE(t.seconds() * 256 == w && TimerVal::fromSeconds(t.seconds()) == t) << w;
   }
+}
+
+// Only the documented bits of each part reach the wire: the top 4 priority bits and the low 12 other bits.
+TEST(WireEncodingTest, BridgeAndPortIdentifiersKeepTheTop4PriorityBitsAndTheLow12OtherBits) {
+  using Octets = std::vector<std::uint8_t>;
+  const auto octetsOf = [](const auto& wire) {
+    Octets out(sizeof wire);
+    std::memcpy(out.data(), &wire, sizeof wire);
+    return out;
+  };
+  const EthAddr addr(0xff, 0xfe, 0xfd, 0xfc, 0xfb, 0xfa);
+  EXPECT_EQ(octetsOf(bridgeIdWire(BridgeId{0x8fff, 0x1001, addr})), (Octets{0x80, 0x01, 0xff, 0xfe, 0xfd, 0xfc, 0xfb, 0xfa}));
+  EXPECT_EQ(octetsOf(bridgeIdWire(BridgeId{0xF000, 0xffff, addr})), (Octets{0xff, 0xff, 0xff, 0xfe, 0xfd, 0xfc, 0xfb, 0xfa}));
+  EXPECT_EQ(octetsOf(portIdWire(PortId(0x1f, 0xf005))), (Octets{0x10, 0x05}));
+  EXPECT_EQ(octetsOf(portIdWire(PortId(240, 0x0fff))), (Octets{0xff, 0xff}));
+  EXPECT_TRUE(!Bridging::VlanIdOrNone(0) && Bridging::VlanIdOrNone().isNone() && !Bridging::VlanIdOrNone(1).isNone());
+  EXPECT_TRUE(static_cast<bool>(Bridging::VlanIdOrNone(4094))) << "zero alone is none";
 }
 
 TEST(VersionTest, TheRunningLibraryReportsTheVersionOfItsHeaders) {
@@ -63,34 +71,23 @@ TEST(VersionTest, TheRunningLibraryReportsTheVersionOfItsHeaders) {
                                                      std::to_string(STPTXRX_VERSION_PATCH));
 }
 
-}  // namespace
-}  // namespace Stp
-
-namespace StpTxRx {
-namespace {
-
-// A record prints its entries' content, so two records that differ only inside an entry print apart.
+// A record prints its entries' content in key order, so two records that differ only inside an entry print apart.
 TEST(IntxInfoPrintTest, EntriesPrintWithTheirContentInKeyOrder) {
-  auto printed = [](const IntxInfo& info) {
+  using namespace StpTxRx;
+  std::string texts[2];
+  for (std::uint8_t flags : {0x3c, 0x3d}) {
+    const IntxInfo::Ptr info = IntxInfo::IntxInfoIs(VlanIdOrNone(5));
+    info->mstiNIs(BridgeSystemId(2))->flagsIs(RstpBpduFlags{flags});
+    info->mstiNIs(BridgeSystemId(0))->portIdIs(PortId(128, 7));
     std::ostringstream os;
-    os << info;
-    return os.str();
-  };
-  const IntxInfo::Ptr a = IntxInfo::IntxInfoIs(VlanIdOrNone(5));
-  a->mstiNIs(BridgeSystemId(2))->flagsIs(RstpBpduFlags{0x3c});
-  a->mstiNIs(BridgeSystemId(0))->portIdIs(PortId(128, 7));
-  const IntxInfo::Ptr b = IntxInfo::IntxInfoIs(VlanIdOrNone(5));
-  b->mstiNIs(BridgeSystemId(2))->flagsIs(RstpBpduFlags{0x3d});
-  b->mstiNIs(BridgeSystemId(0))->portIdIs(PortId(128, 7));
-  const std::string text = printed(*a);
-  EXPECT_NE(text, printed(*b));
-  const auto first = text.find("IntxMstiInfo(0 ");
-  const auto second = text.find("IntxMstiInfo(2 flags=0x3c");
-  ASSERT_NE(first, std::string::npos) << text;
-  ASSERT_NE(second, std::string::npos) << text;
-  EXPECT_LT(first, second);
-  EXPECT_NE(text.find("port=128.7"), std::string::npos) << text;
+    os << *info;
+    texts[flags & 1] = os.str();
+  }
+  EXPECT_NE(texts[0], texts[1]);
+  const auto first = texts[0].find("IntxMstiInfo(0 "), second = texts[0].find("IntxMstiInfo(2 flags=0x3c");
+  EXPECT_TRUE(first < second && second != std::string::npos && texts[0].find("port=128.7") != std::string::npos)
+      << texts[0];
 }
 
 }  // namespace
-}  // namespace StpTxRx
+}  // namespace Stp
