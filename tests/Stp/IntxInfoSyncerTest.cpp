@@ -22,11 +22,7 @@ using test::RecordLog;
 using test::recordOf;
 
 /// The writes RecordLog::expand(pattern) stands for, as RecordLog::take() gives them.
-std::string writes(const std::string& pattern) {
-  std::string out;
-  for (const std::string& w : RecordLog::expand(pattern)) out += (out.empty() ? "" : " ") + w;
-  return out;
-}
+std::string writes(const std::string& pattern) { return RecordLog::joined(RecordLog::expand(pattern)); }
 
 class IntxInfoSyncerTest : public ::testing::Test {
  protected:
