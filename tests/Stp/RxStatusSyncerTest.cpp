@@ -9,6 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -167,17 +170,9 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
             "RxMstPortStatusToRxDynamicSyncer::source");
   EXPECT_EQ(raised([&] { group->mstDynPortSmIs("G", et1, srcPort, other); }), "RxMstPortStatusToRxDynamicSyncer::rxStatus");
   EXPECT_EQ(group->mstDynPortSm(et1), child);
-  {  // a port syncer held beyond its group's life is a zombie
-    RxMstPortStatusToRxDynamicSyncer::Ptr held = child;
-    group = nullptr;
-    EXPECT_TRUE(held->zekMarkedForDeletion());
-    group = rxMstStatusToRxDynamicSyncerFactory("G", src->rxMstStatus("G"), dst);
-    child = group->mstDynPortSm(et1);
-  }
-  EXPECT_EQ(group->mstDynPortSmDel(et1).get(), child);
-  group->mstDynPortSmIs("G", et1, srcPort, dst);
-  group->mstDynPortSmDelAll();
-  EXPECT_EQ(group->mstDynPortSmCount(), 0u);
+  RxMstPortStatusToRxDynamicSyncer::Ptr held = child;  // held beyond its group's life: a zombie
+  group = nullptr;
+  EXPECT_TRUE(held->zekMarkedForDeletion());
   top->mstDynSyncerSmDelAll();
   EXPECT_EQ(top->mstDynSyncerSmCount(), 0u);
   EXPECT_TRUE(rxStatusToRxDynamicSyncerFactory(RxStatus::RxStatusIs(), nullptr)->initialized());
@@ -185,18 +180,49 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
 
 // Detached from its source, the top syncer stops following the scalars and the group set; the group and
 // port syncers it built go on following their own source members.
-TEST(RxSyncerSourceDelTest, TheTopStopsItsChildrenGoOn) {
-  RxStatus::Ptr src = RxStatus::RxStatusIs(), dst = RxStatus::RxStatusIs();
-  RxMstPortStatus::Ptr port = src->rxMstStatusIs("G")->rxMstPortStatusIs(IntfId("Ethernet1"));
-  RxMstPortStatus::Ptr dstPort = dst->rxMstStatusIs("G")->rxMstPortStatusIs(IntfId("Ethernet1"));
-  auto top = rxStatusToRxDynamicSyncerFactory(src, dst);
+TEST_F(RxSyncerTest, SourceDelStopsTheTopItsChildrenGoOn) {
+  top = rxStatusToRxDynamicSyncerFactory(src, dst);
   EXPECT_EQ(top->sourceDel(), src);
-  src->localHeartbeatIs(5), src->rxMstStatusIs("H"), port->bpduCountIs(7);
+  src->localHeartbeatIs(5), src->rxMstStatusIs("H"), srcPort->bpduCountIs(7);
   src->rxMstStatus("G")->rxMstPortStatusIs(IntfId("Ethernet2"));
   EXPECT_EQ(dst->localHeartbeat(), 0u);
   EXPECT_FALSE(top->mstDynSyncerSm("H"));
   EXPECT_EQ(dstPort->bpduCount(), 7u);
   EXPECT_TRUE(top->mstDynSyncerSm("G")->mstDynPortSm(IntfId("Ethernet2")));
+}
+
+// Trace records point at the handler that traced, also when a shared helper emits the record: each
+// handler's records carry its own name, its own line and the module the syncer traces as.
+TEST_F(RxSyncerTest, EveryScalarHandlerTracesItsOwnNameAndLineAtBothLevels) {
+  top = rxStatusToRxDynamicSyncerFactory(src, dst);
+  PortCounters counters;
+  const std::map<std::string, std::function<void(int)>> writes = {
+      {"handleBpduCount", [&](int v) { srcPort->bpduCountIs(static_cast<std::uint32_t>(v)); }},
+      {"handleRateLimitInterval", [&](int v) { srcPort->rateLimitIntervalIs(v); }},
+      {"handleRateLimitMaxCount", [&](int v) { srcPort->rateLimitMaxCountIs(static_cast<std::uint32_t>(v)); }},
+      {"handleRateLimitEnabled", [&](int) { srcPort->rateLimitEnabledIs(!srcPort->rateLimitEnabled()); }},
+      {"handleCounters", [&](int v) { counters.configRx = static_cast<std::uint32_t>(v), srcPort->countersIs(counters); }},
+      {"handleLocalCounters", [&](int v) { counters.rstRx = static_cast<std::uint32_t>(v), srcPort->localCountersIs(counters); }},
+  };
+  // With a destination port the record is the level-8 progress line; without one, "no destination" at 7.
+  for (const bool withDestination : {true, false}) {
+    if (!withDestination) dst->rxMstStatus("G")->rxMstPortStatusDel(et1);
+    Zek::test::TraceCapture cap({"StpRxStatusSyncer/7-8"});
+    std::set<int> lines;
+    int value = withDestination ? 10 : 20;
+    for (const auto& [handler, write] : writes) {
+      cap.clear();
+      write(++value);
+      ASSERT_EQ(cap.lines().size(), 1u) << handler;
+      const auto& line = cap.lines().front();
+      EXPECT_EQ(line.function, handler);
+      EXPECT_EQ(line.file, "Stp/StpRxStatusSyncer");
+      EXPECT_EQ(line.level, withDestination ? 8 : 7) << handler;
+      EXPECT_EQ(line.text, "RxMstPortStatusToRxDynamicSyncer[G|Et1]::" + handler + "() " +
+                               (withDestination ? "" : "no destination"));
+      EXPECT_TRUE(lines.insert(line.line).second) << handler << " reports a line another handler reports";
+    }
+  }
 }
 
 }  // namespace

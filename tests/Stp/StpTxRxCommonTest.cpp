@@ -17,13 +17,6 @@ namespace {
 using test::RecordLog;
 using Keys = std::vector<std::uint16_t>;
 
-IntxInfo::Ptr record(std::uint16_t vlan, Keys keys, std::uint32_t seed) {
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(vlan);
-  test::fillRecord(*info, seed);
-  for (std::uint16_t k : keys) test::fillEntry(*info->mstiNIs(k), seed + k);
-  return info;
-}
-
 Keys keysOf(const IntxInfo& info) {
   Keys keys;
   for (const auto& entry : info.mstiN()) keys.push_back(entry.first.value());
@@ -44,8 +37,8 @@ class CopyIntxInfoTest : public ::testing::Test {
 };
 
 TEST_F(CopyIntxInfoTest, WritesEveryValueThenEachSourceEntryCreatingMissingOnesThenRemovesSurplusInKeyOrder) {
-  src = record(0, {5, 0}, 10);
-  dst = record(7, {7, 0, 1}, 10);  // equal record values and entry 0: written all the same
+  src = test::recordOf(10, {5, 0}, 0);
+  dst = test::recordOf(10, {7, 0, 1}, 7);  // equal record values and entry 0: written all the same
   const Zek::Ptr<IntxMstiInfo> zero = dst->mstiN(0);
   RecordLog log(dst);
   copyIntxInfo(src, dst);
@@ -58,8 +51,8 @@ TEST_F(CopyIntxInfoTest, WritesEveryValueThenEachSourceEntryCreatingMissingOnesT
 // at the keys. Removing the entry about to be copied and the next one, and adding one ahead of the walk and
 // one behind it, leaves both records with three entries but different keys.
 TEST_F(CopyIntxInfoTest, SourceChangedMidCopyIsFollowedFromTheNextKeyAndEqualCountsSkipRemoval) {
-  src = record(0, {0, 2, 5}, 10);
-  dst = record(0, {}, 20);
+  src = test::recordOf(10, {0, 2, 5}, 0);
+  dst = test::recordOf(20, {}, 0);
   RecordLog log(dst);
   log.hook = [this](const std::string& line) {
     if (line != "+2") return;
@@ -76,8 +69,8 @@ TEST_F(CopyIntxInfoTest, SourceChangedMidCopyIsFollowedFromTheNextKeyAndEqualCou
 // After its first write only the copy holds entry 3: a copy that did not hold it would write the twelve
 // remaining attributes into freed memory, which the sanitizer build reports.
 TEST_F(CopyIntxInfoTest, AnEntryRemovedAndReleasedDuringItsFirstWriteTakesTheRemainingWrites) {
-  src = record(0, {0, 3, 5}, 10);
-  dst = record(0, {0}, 20);
+  src = test::recordOf(10, {0, 3, 5}, 0);
+  dst = test::recordOf(20, {0}, 0);
   Zek::Ptr<Zek::test::RecordingReactor> watcher;
   auto observer = Zek::test::RecordingReactor::RecordingReactorIs(dst);
   observer->actionIs([&](Zek::AttributeId id, const void* key) {

@@ -1,10 +1,10 @@
 // Zombie state, deletion marks and teardown, across every level of the syncers: the zombie step and the
 // destructor reach every machine below the one they start at, a marked reactor neither copies nor
 // counts, a machine whose owner is gone runs no owner code, and a port machine without a source writes
-// the zero of every value.
+// the zero of every value; and what the change counter counts.
 #include <stptxrx/Stp/StpIntxInfoChangeSm.h>
-#include <stptxrx/Stp/StpRxStatusSyncer.h>
 #include <stptxrx/Stp/StpTxStatusSyncer.h>
+#include <stptxrx/runtime/Exception.h>
 
 #include "support/LiveCounts.h"
 #include "support/TxTreeBuilder.h"
@@ -145,17 +145,9 @@ TEST(SyncerLifecycle, TeardownReachesEveryMachineBelowThroughTheDestructorsBetwe
         if (kept != Record && Record >= row.from) t.record = nullptr;
         if (kept != Entry) t.entry = nullptr;
         row.start(t);
-        const Zek::NotifieeConst* reactor = nullptr;
-        bool owned = false;
-        if (kept == Group) reactor = t.group.get(), owned = t.group->owner() != nullptr;
-        if (kept == Port) reactor = t.port.get(), owned = t.port->owner() != nullptr;
-        if (kept == Entry) reactor = t.entry.get(), owned = t.entry->owner() != nullptr;
-        if (reactor) {
-          EXPECT_TRUE(reactor->zekMarkedForDeletion() && !reactor->hasNotificationActive());
-          EXPECT_FALSE(owned);
-        } else {
-          EXPECT_TRUE(t.record->zekMarkedForDeletion() && !t.record->hasNotificationActive());
-        }
+        const auto dead = [](const auto& m) { return m->zekMarkedForDeletion() && !m->hasNotificationActive(); };
+        EXPECT_TRUE(kept == Group ? dead(t.group) && !t.group->owner() : kept == Port ? dead(t.port) && !t.port->owner()
+                    : kept == Entry ? dead(t.entry) && !t.entry->owner() : dead(t.record));
         expectFrozenBelow(t, kept);
       }
       EXPECT_TRUE(before.unchanged());
@@ -198,25 +190,18 @@ TEST(SyncerLifecycle, PortMachineWithoutSourceWritesZeroes) {
 
 // A change counter counts each write its reactors hear, and nothing once a reactor is marked for
 // deletion; instance reactors are made and dropped whatever the mark.
+// A change counter's reactor marked for deletion counts nothing; a mark on the other kind does not stop
+// it (IntxInfoChangeSmTest counts the unmarked writes); instance reactors are made whatever the mark.
 TEST(SyncerLifecycle, ChangeCounterReactorsMarkedForDeletionCountNothing) {
-  struct Row {
-    const char* what;
+  const auto recordWrite = [](IntxInfo& r) { r.stpVersionIs(StpBpduVersion{7}), r.configRevisionLevelIs(9); };
+  const auto entryWrite = [](IntxInfo& r) { r.mstiN(1)->flagsIs(RstpBpduFlags{0x21}), r.mstiN(1)->maxAgeIs(TimerVal(9, 0)); };
+  const struct {
     bool markRecord, markEntry;
     std::function<void(IntxInfo&)> write;
     unsigned counted;
-  };
-  const auto recordWrite = [](IntxInfo& r) { r.stpVersionIs(StpBpduVersion{7}), r.configRevisionLevelIs(9); };
-  const auto entryWrite = [](IntxInfo& r) { r.mstiN(1)->flagsIs(RstpBpduFlags{0x21}), r.mstiN(1)->maxAgeIs(TimerVal(9, 0)); };
-  const std::vector<Row> rows = {
-      {"record writes", false, false, recordWrite, 2},
-      {"record writes, record reactor marked", true, false, recordWrite, 0},
-      {"record writes, entry reactor marked", false, true, recordWrite, 2},
-      {"entry writes", false, false, entryWrite, 2},
-      {"entry writes, entry reactor marked", false, true, entryWrite, 0},
-      {"entry writes, record reactor marked", true, false, entryWrite, 2},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.what);
+  } rows[] = {{true, false, recordWrite, 0}, {false, true, recordWrite, 2}, {false, true, entryWrite, 0}, {true, false, entryWrite, 2}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.markRecord << row.counted);
     IntxInfo::Ptr record = test::recordOf(1, {0, 1});
     auto sm = intxInfoChangeSmFactory(record, 10);
     sm->zekIntxInfo()->zekMarkedForDeletionIs(row.markRecord);
@@ -224,7 +209,6 @@ TEST(SyncerLifecycle, ChangeCounterReactorsMarkedForDeletionCountNothing) {
     const unsigned start = sm->updatedFieldCount();
     row.write(*record);
     EXPECT_EQ(sm->updatedFieldCount() - start, row.counted);
-    // The mark never stops the bookkeeping of instance reactors.
     record->mstiNIs(3);
     EXPECT_TRUE(sm->zekMstiN(3));
   }
@@ -237,16 +221,63 @@ TEST(SyncerLifecycle, ReactorsWithoutOwnerRunNoOwnerCode) {
   auto syncer = intxInfoSyncerFactory(source, dest, 0, "g|Et1");
   auto counter = intxInfoChangeSmFactory(source, 0);
   Zek::Ptr<IntxInfoSyncer::ZekMstiNSm> copier = syncer->zekMstiN(0);
+  Zek::Ptr<IntxInfoSyncer::ZekSource> recordCopier = syncer->zekSource();
   Zek::Ptr<IntxInfoChangeSm::ZekMstiN> counted = counter->zekMstiN(0);
   syncer = nullptr, counter = nullptr;
   // Brought back to life by hand, they are bound and switched on but have no owner.
-  copier->zekDoZombieReactors(false), counted->zekDoZombieReactors(false);
+  copier->zekDoZombieReactors(false), counted->zekDoZombieReactors(false), recordCopier->hasNotificationActiveIs(true);
   ASSERT_TRUE(copier->hasNotificationActive() && !copier->owner() && !counted->owner());
   const std::string before = (std::ostringstream() << *dest).str();
   // Without an owner the full copy finds no destination entry, so the field copies after it have none.
   copier->handleInitialized(), counted->zek_handleMstiN();
-  source->mstiN(0)->flagsIs(RstpBpduFlags{0x77});
+  source->mstiN(0)->flagsIs(RstpBpduFlags{0x77}), source->stpVersionIs(StpBpduVersion{9});
   EXPECT_EQ((std::ostringstream() << *dest).str(), before);
+}
+
+// The change counter: what it counts under the notification switch, the zombie step, re-pointing of its
+// reactors, unbinding and release.
+TEST(IntxInfoChangeSm, NotificationSwitchZombieStepRePointingAndReleaseDecideWhatIsCounted) {
+  Zek::test::LiveCounts before;
+  {
+    auto none = intxInfoChangeSmFactory(nullptr, 0);  // legal: watches nothing, reports 1
+    EXPECT_EQ(none->intxInfoDel(), nullptr);
+    EXPECT_EQ(none->updatedFieldCount(), 1u);
+    IntxInfo::Ptr record = test::recordOf(1, {0, 1});
+    auto sm = intxInfoChangeSmFactory(record, 10);
+    EXPECT_THROW(sm->mstiNIs(nullptr), Zek::MutatorArgNullPointerException);
+    // Notifications off stop the counting of both reactor kinds (for the mark, see the table above).
+    sm->hasNotificationActiveIs(false);
+    record->stpVersionIs(StpBpduVersion{3});
+    record->mstiN(0)->flagsIs(RstpBpduFlags{0x3c});
+    sm->hasNotificationActiveIs(true);
+    record->stpVersionIs(StpBpduVersion{4});
+    record->mstiN(0)->flagsIs(RstpBpduFlags{0x3d});
+    EXPECT_EQ(sm->updatedFieldCount(), 3u);
+    sm->zekMstiN(1)->zekDoZombieReactors(true);
+    sm->mstiNIs(record->mstiN(1));  // the entry it already watches: it stays a zombie
+    record->mstiN(1)->flagsIs(RstpBpduFlags{0x3d});
+    record->mstiNIs(2);  // the reactor is still made
+    EXPECT_EQ(sm->updatedFieldCount(), 4u) << "the zombie step alone counted";
+    EXPECT_TRUE(sm->zekMstiN(2));
+    sm->zekIntxInfo()->onAttribute(IntxInfo::idMstiN, nullptr);  // a null key: nothing
+    // An instance reactor re-pointed at another record's entry replays its thirteen fields once (not again
+    // for the entry it already watches) and then follows that entry.
+    IntxInfo::Ptr foreign = test::recordOf(2, {0});
+    sm->mstiNIs(foreign->mstiN(0)), sm->zekMstiN(0)->notifierIs(foreign->mstiN(0));
+    foreign->mstiN(0)->flagsIs(RstpBpduFlags{0x11});
+    record->mstiN(0)->flagsIs(RstpBpduFlags{0x12});
+    EXPECT_EQ(sm->updatedFieldCount(), 18u);
+    sm->zekIntxInfo()->notifierIs(nullptr);  // unbinding counts nothing, and nothing is heard after
+    record->stpVersionIs(StpBpduVersion{6});
+    record->mstiNDel(2);
+    EXPECT_EQ(sm->updatedFieldCount(), 18u);
+    EXPECT_TRUE(sm->zekMstiN(2));
+    // Released, a reactor held elsewhere is a detached zombie (brought back: ReactorsWithoutOwnerRunNoOwnerCode).
+    Zek::Ptr<IntxInfoChangeSm::ZekMstiN> kept = sm->zekMstiN(0);
+    sm = nullptr;
+    EXPECT_TRUE(!kept->owner() && kept->zekMarkedForDeletion() && !kept->hasNotificationActive());
+  }
+  EXPECT_TRUE(before.unchanged());
 }
 
 }  // namespace

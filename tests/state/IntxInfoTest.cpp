@@ -9,12 +9,7 @@
 namespace StpTxRx {
 namespace {
 
-IntxInfo::Ptr record(std::uint16_t vlan, std::initializer_list<std::uint16_t> keys) {
-  IntxInfo::Ptr r = IntxInfo::IntxInfoIs(vlan);
-  test::fillRecord(*r, 1);
-  for (std::uint16_t k : keys) test::fillEntry(*r->mstiNIs(k), 1 + k);
-  return r;
-}
+IntxInfo::Ptr record(std::uint16_t vlan, std::initializer_list<std::uint16_t> keys) { return test::recordOf(1, keys, vlan); }
 
 TEST(IntxInfoTest, SameContentSeesEveryValueAndEveryEntryButNotTheKey) {
   const IntxInfo::Ptr a = record(0, {3, 5});

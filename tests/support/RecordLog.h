@@ -8,6 +8,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace StpTxRx::test {
@@ -35,10 +36,12 @@ class RecordLog {
   std::function<void(const std::string&)> hook;  ///< runs after each line is added
 
   /// The lines, space-separated; the log starts afresh.
-  std::string take() {
+  std::string take() { return joined(std::exchange(lines, {})); }
+
+  /// `items` space-separated, as take() gives them: joined(expand("R 3")) spells the writes of a pattern.
+  static std::string joined(const std::vector<std::string>& items) {
     std::string out;
-    for (const std::string& line : lines) out += (out.empty() ? "" : " ") + line;
-    lines.clear();
+    for (const std::string& item : items) out += (out.empty() ? "" : " ") + item;
     return out;
   }
 

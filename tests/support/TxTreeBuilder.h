@@ -41,14 +41,18 @@ inline void fillRecord(IntxInfo& r, std::uint32_t seed, std::uint32_t mask = ~0u
   if (mask & 1u << 5) r.configDigestIs(d);
 }
 
-/// A detached record of `vlan` whose record-level attributes are written from `seed`, with one entry per
-/// key of `keys`, each filled from seed + key.
-inline Zek::Ptr<IntxInfo> recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> keys,
-                                   std::uint16_t vlan = 0) {
-  Zek::Ptr<IntxInfo> r = IntxInfo::IntxInfoIs(vlan);
+/// `r` with its record-level attributes written from `seed` and one entry per key of `keys`, each filled
+/// from seed + key.
+inline Zek::Ptr<IntxInfo> filled(Zek::Ptr<IntxInfo> r, std::uint32_t seed, std::initializer_list<std::uint16_t> keys) {
   fillRecord(*r, seed);
   for (std::uint16_t k : keys) fillEntry(*r->mstiNIs(k), seed + k);
   return r;
+}
+
+/// A detached record of `vlan`, filled (see filled()).
+inline Zek::Ptr<IntxInfo> recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> keys,
+                                   std::uint16_t vlan = 0) {
+  return filled(IntxInfo::IntxInfoIs(vlan), seed, keys);
 }
 
 /// The port `intf` of group `group`, both created when absent.
@@ -56,14 +60,10 @@ inline Zek::Ptr<TxMstPortStatus> portIs(TxStatus& status, const char* group, con
   return status.txMstStatusIs(Zek::Name(group))->txMstPortStatusIs(IntfId(intf));
 }
 
-/// The record of `vlan` on port `intf` of `group` (all created when absent), its record-level attributes
-/// written from `seed`, with one entry per key of `instances`, each filled from seed + key.
+/// The record of `vlan` on port `intf` of `group` (all created when absent), filled (see filled()).
 inline Zek::Ptr<IntxInfo> recordIs(TxStatus& status, const char* group, const char* intf, VlanIdOrNone vlan,
                                    std::initializer_list<std::uint16_t> instances, std::uint32_t seed = 1) {
-  Zek::Ptr<IntxInfo> record = portIs(status, group, intf)->txInfoIs(vlan);
-  fillRecord(*record, seed);
-  for (std::uint16_t key : instances) fillEntry(*record->mstiNIs(key), seed + key);
-  return record;
+  return filled(portIs(status, group, intf)->txInfoIs(vlan), seed, instances);
 }
 
 }  // namespace StpTxRx::test
