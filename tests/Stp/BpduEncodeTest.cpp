@@ -9,6 +9,7 @@
 #include "support/TraceCapture.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -212,7 +213,7 @@ TEST(BpduEncodeTest, EveryValueThatDoesNotFitItsFieldIsRefusedBeforeAPacketIsTak
 // record keeps its flags, and a received Configuration BPDU's flags are reported as they came. tshark
 // reads the frames of the all-flags record, IEEE and PVST+, as TC and TCA only.
 TEST(BpduEncodeTest, AConfigurationBpduCarriesOnlyTopologyChangeAndItsAcknowledgment) {
-  const std::string path = ::testing::TempDir() + "config-flags.pcap";
+  const std::string path = ::testing::TempDir() + "config-flags-" + std::to_string(::getpid()) + ".pcap";
   std::vector<Nelk::Pkt::Ptr> allFlags;
   for (unsigned flags : {0x00u, 0x01u, 0x80u, 0x7eu, 0xffu}) {
     IntxInfo::Ptr record = validRecord(BpduKind::Config);

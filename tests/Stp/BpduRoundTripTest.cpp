@@ -7,6 +7,7 @@
 #include <stptxrx/Stp/BpduRecordText.h>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #if STPTXRX_HAVE_PCAP
 #include <stptxrx/pcap/Pcap.h>
@@ -56,7 +57,7 @@ TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBackWithItsTagAndVla
 TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
   if (!haveTshark()) GTEST_SKIP() << "tshark is not installed";
   std::mt19937 rng(7);
-  const std::string path = ::testing::TempDir() + "every-kind.pcap";
+  const std::string path = ::testing::TempDir() + "every-kind-" + std::to_string(::getpid()) + ".pcap";
   std::vector<IntxInfo::Ptr> records;
   pcap::PcapWriter out(path);
   for (int i = 0; i < 16; ++i) {
