@@ -12,8 +12,6 @@
 namespace StpTxRx::bpdutest {
 namespace {
 
-const std::string vectors = STPTXRX_TEST_DATA_DIR "/";
-
 std::vector<pcap::PcapFrame> capture(const std::string& file) {
   pcap::PcapReader in(vectors + file);
   std::vector<pcap::PcapFrame> frames;

@@ -1,5 +1,5 @@
-// Round trips: random records of every kind through encode and decode, and tshark reading frames of
-// every kind as their records say.
+// Round trips: random records of every kind, IEEE and PVST+, through encode and decode, and tshark
+// reading frames of every kind as their records say.
 #include "BpduTestFrames.h"
 
 // The tool's named samples (its own data, not an installed name).
@@ -7,6 +7,7 @@
 #include <stptxrx/Stp/BpduRecordText.h>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #if STPTXRX_HAVE_PCAP
 #include <stptxrx/pcap/Pcap.h>
@@ -15,27 +16,31 @@
 namespace StpTxRx::bpdutest {
 namespace {
 
-TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBack) {
+// IEEE (every kind, any tag) and PVST+ (all but MST, VLAN 1-4094 tagged or native) into one reused record.
+TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBackWithItsTagAndVlan) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 rng(seed);
-  IntxInfo::Ptr reused = IntxInfo::IntxInfoIs(0);  // carries whatever the last frame left
-  for (int i = 0; i < 3000; ++i) {
+  IntxInfo::Ptr reused = mstRecord();  // carries whatever the last frame left
+  for (int i = 0; i < 5000; ++i) {
     const auto kind = static_cast<BpduKind>(rng() % 4);
-    const Nelk::EthAddr source(0x02, 0, 0, 0, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i));
+    const bool pvst = kind != BpduKind::Mst && rng() % 2;
+    const Nelk::EthAddr source(0x02, 0, 0, pvst, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i));
     IntxInfo::Ptr record = randomRecord(rng, kind, source);
     const bool tagged = rng() % 2;
-    const auto vlan = static_cast<std::uint16_t>(rng() % 4095);
-    const BpduEncodeResult e = generateBpduFromIntxInfo(portSm(source), record, tagged, vlan);
+    const auto vlan = static_cast<std::uint16_t>(pvst ? 1 + rng() % maxVlanId : rng() % 4095);
+    const BpduEncodeResult e = pvst ? generatePvstBpduFromIntxInfo(portSm(source), record, tagged, vlan)
+                                    : generateBpduFromIntxInfo(portSm(source), record, tagged, vlan);
     ASSERT_TRUE(e) << bpduEncodeErrorText(e.error) << " " << *record;
     ASSERT_EQ(e.kind, kind);
     const std::size_t entriesBefore = reused->mstiNCount();
     const BpduDecodeResult d = generateIntxInfoFromPkt(e.pkt, reused);
     ASSERT_EQ(d.kind, kind) << bpduReasonText(d.reject) << " " << *record;
-    EXPECT_TRUE(d.destination == Nelk::EthAddr(1, 0x80, 0xc2, 0, 0, 0) && d.source == source);
-    EXPECT_EQ(d.tagged, tagged);
+    EXPECT_EQ(d.destination, pvst ? pvstAddress : Nelk::EthAddr(1, 0x80, 0xc2, 0, 0, 0));
+    EXPECT_TRUE(d.source == source && d.pvst() == pvst && d.tagged == tagged);
     EXPECT_EQ(d.vlan.value(), tagged ? vlan : 0);
-    EXPECT_EQ(d.bpduLength + (tagged ? 21u : 17u), e.pkt->size());
+    EXPECT_EQ(d.originatingVlan.value(), pvst && (tagged || kind != BpduKind::Tcn) ? vlan : 0);
+    EXPECT_EQ(d.bpduLength + (tagged ? 21u : 17u) + (pvst ? 5u : 0u), e.pkt->size());
     if (kind == BpduKind::Tcn) {  // version and type alone are written
       EXPECT_TRUE(reused->stpVersion() == record->stpVersion() && reused->intxInfoType() == record->intxInfoType());
       EXPECT_EQ(reused->mstiNCount(), entriesBefore);
@@ -46,12 +51,13 @@ TEST(BpduRoundTripTest, DecodeOfEncodeGivesEveryRandomRecordBack) {
 }
 
 #if STPTXRX_HAVE_PCAP
-// Frames of every kind, tagged and not, as the tool writes them to a capture, and the RST samples through the
+// Frames of every kind, tagged and not, as the tool writes them to a capture, PVST+ frames of each kind
+// tagged and native (with their tag, originating VLAN and no expert warning), and the RST samples through the
 // RST encoder: tshark reads each one as its record says (a printable name, which tshark shows as it is).
 TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
   if (!haveTshark()) GTEST_SKIP() << "tshark is not installed";
   std::mt19937 rng(7);
-  const std::string path = ::testing::TempDir() + "every-kind.pcap";
+  const std::string path = ::testing::TempDir() + "every-kind-" + std::to_string(::getpid()) + ".pcap";
   std::vector<IntxInfo::Ptr> records;
   pcap::PcapWriter out(path);
   for (int i = 0; i < 16; ++i) {
@@ -61,12 +67,26 @@ TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
     ASSERT_TRUE(out.write(*generateBpduFromIntxInfo(portSm(), r, i % 2, 10).pkt));
     records.push_back(r);
   }
+  std::string pvst;  // tshark's tag, type and originating VLAN of each PVST+ frame
+  for (int i = 0; i < 12; ++i) {
+    const auto kind = static_cast<BpduKind>(i % 3);
+    const bool tagged = i % 2;
+    const auto vlan = static_cast<std::uint16_t>(i < 6 ? 1 + i : 4094 - i);
+    records.push_back(randomRecord(rng, kind, portMac));
+    if (kind != BpduKind::Rst) records.back()->stpVersionIs({0});  // tshark warns of a version 1 BPDU
+    ASSERT_TRUE(out.write(*generatePvstBpduFromIntxInfo(portSm(), records.back(), tagged, vlan).pkt));
+    pvst += (tagged ? std::to_string(vlan) : "") + "|" + hex(kind == BpduKind::Tcn ? 0x80 : kind == BpduKind::Rst ? 2 : 0) +
+            "|" + (kind == BpduKind::Tcn ? "" : std::to_string(vlan)) + "\n";
+  }
   for (const auto& sample : tools::sampleRecords()) {
     records.push_back(rstRecord(sample.values));
     ASSERT_TRUE(out.write(*generatePktFromIntxInfo(portSm(), records.back(), false)));
   }
   ASSERT_TRUE(out.close());
   expectTsharkReads(path, records);
+  const std::string pvstFrames = "tshark -r '" + path + "' -Y 'eth.dst == 01:00:0c:cc:cc:cd' -T fields ";
+  EXPECT_EQ(run(pvstFrames + "-E separator='|' -e vlan.id -e stp.type -e stp.pvst.origvlan 2>/dev/null"), pvst);
+  EXPECT_EQ(run(pvstFrames + "-e _ws.expert.message 2>/dev/null | grep -c ."), "0\n");
 }
 #endif
 

@@ -63,13 +63,7 @@ TEST_F(CaptureTest, TimestampsComeBackToTheMicrosecondAndOutOfRangeTimesAreHeldA
 }
 
 TEST_F(CaptureTest, ErrorsSayWhyWithoutRepeatingThePath) {
-  const std::string missing = path("missing.pcap");
-  pcap::PcapReader none(missing);
-  pcap::PcapFrame f;
-  EXPECT_FALSE(none.next(f));
-  EXPECT_FALSE(none.error().empty());
-  EXPECT_EQ(none.error().find(missing), std::string::npos) << none.error();
-
+  pcap::PcapFrame f;  // a missing file: PcapToolTest names it once
   std::ofstream(path("junk.pcap")) << "not a capture at all, just text\n";
   pcap::PcapReader junk(path("junk.pcap"));
   EXPECT_FALSE(junk.next(f));

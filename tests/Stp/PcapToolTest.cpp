@@ -59,20 +59,17 @@ class PcapToolTest : public ::testing::Test {
 
 TEST_F(PcapToolTest, CapturesDecodeToTheirKindRewriteReadsBackAndACutFileFails) {
   ASSERT_TRUE(fs::exists(vectors)) << "no captures at " << vectors;
-  const struct { const char* file; const char* kind; std::size_t frames; } captures[] = {
-      {"802.1D_spanning_tree.pcap", "config", 14}, {"802.1w_rapid_STP.pcap", "rst", 30},
-      {"MSTP_Intra-Region_BPDUs.pcap", "mst", 10}};
+  const struct { const char* file; const char* kind; std::size_t frames; const char* counts; } captures[] = {
+      {"802.1D_spanning_tree.pcap", "config", 14, "config=14 tcn=0 rst=0 mst=0"},
+      {"802.1w_rapid_STP.pcap", "rst", 30, "config=0 tcn=0 rst=30 mst=0"},
+      {"MSTP_Intra-Region_BPDUs.pcap", "mst", 10, "config=0 tcn=0 rst=0 mst=10"}};
   for (const auto& c : captures) {
     SCOPED_TRACE(c.file);
     const Lines lines = tool("--read '" + (vectors / c.file).string() + "' --rewrite " + at("re.pcap"));
     ASSERT_EQ(status_, 0);
     ASSERT_EQ(lines.size(), c.frames + 1);
     for (std::size_t i = 0; i < c.frames; ++i) EXPECT_THAT(lines[i], StartsWith(std::to_string(i + 1) + ' ' + c.kind));
-    EXPECT_EQ(lines.back(), "summary: frames=" + std::to_string(c.frames) + " config=" +
-                                (c.kind == std::string("config") ? std::to_string(c.frames) : "0") + " tcn=0 rst=" +
-                                (c.kind == std::string("rst") ? std::to_string(c.frames) : "0") + " mst=" +
-                                (c.kind == std::string("mst") ? std::to_string(c.frames) : "0") +
-                                " rejected=0 rate-limited=0");
+    EXPECT_EQ(lines.back(), "summary: frames=" + std::to_string(c.frames) + " " + c.counts + " rejected=0 rate-limited=0");
     EXPECT_EQ(tool("--read " + at("re.pcap")), lines);
     EXPECT_EQ(status_, 0);
 
@@ -128,15 +125,13 @@ TEST_F(PcapToolTest, RecordsOfEveryKindReadBackARejectIsNamedAndARefusedRecordWr
   EXPECT_EQ(lines[5], "summary: frames=5 config=1 tcn=1 rst=1 mst=1 rejected=1 rate-limited=0 protocolIdentifier=1");
 
   // Records the text takes and the encoder refuses: a kind it has not, a name longer than 32 octets, MST
-  // as PVST+ (which has no per-VLAN MST).
+  // as PVST+ (which has no per-VLAN MST). (A name of 32 octets fits: BpduEncodeTest.)
   for (const std::string& record : {std::string("version=5,type=9"), "version=3,name=" + std::string(33, 'n'),
                                     std::string("version=3,pvst=5")}) {
     tool("--sample golden --record " + record + " " + at("refused.pcap"));
     EXPECT_EQ(status_, 1) << record;
     EXPECT_FALSE(fs::exists(dir_ / "refused.pcap")) << record;
   }
-  tool("--record version=3,name=" + std::string(32, 'n') + " " + at("fits.pcap"));
-  EXPECT_EQ(status_, 0);
 }
 
 // Each PVST+ kind, native (untagged) and tagged, written from --record ...,pvst=V[,vlan=V]: read back as
@@ -167,9 +162,6 @@ TEST_F(PcapToolTest, PvstRecordsOfEveryKindReadBackAsPvstAndRewriteOctetForOctet
     expected.insert(expected.find(' ', expected.find(' ') + 1), " pvst " + std::to_string(cases[i].shown));
     EXPECT_EQ(lines[i], expected);
   }
-  EXPECT_EQ(lines[3], "4 rst pvst 10 vlan 10 src 02:00:00:00:00:42 flags=proposal,role:designated,learning,"
-                      "forwarding,agreement root=32768.1.00:11:22:33:44:55 cost=20000 bridge=4096.0.00:aa:bb:cc:dd:ee "
-                      "port=128.3 age=0s maxage=20s hello=2s fwd=15s");
   EXPECT_EQ(lines.back(), "summary: frames=6 config=2 tcn=2 rst=2 mst=0 rejected=0 rate-limited=0 pvst=6");
   auto octets = [this](const char* name) {
     std::ifstream in(dir_ / name, std::ios::binary);
@@ -195,17 +187,11 @@ TEST_F(PcapToolTest, ValuesThatDoNotFitAndMisusedOptionsAreRefusedInOneLineWriti
       {"--record bridge=61440/4096" + mac, "--record bridge=61440/4095" + mac, "system-id extension"},
       {"--record port=129/5000", "--record port=240/4095", "port priority"},
       {"--record port=128/4096", "--record port=128/4095", "port number"},
-      {"--record root=32768/5000" + mac, "--record root=32768/4095" + mac, "system-id extension"},
       {"--record vlan=4095", "--record vlan=4094", "VLAN"},
-      {"--record vlan=0", "--record vlan=1", "VLAN"},
-      {"--record pvst=4095", "--record pvst=4094", "VLAN"},
       {"--record pvst=0", "--record pvst=1", "VLAN"},
       {"--record pvst=7,vlan=8", "--record pvst=8,vlan=8", "vlan differs from pvst"},
-      {"--record vlan=8,pvst=7", "--record vlan=7,pvst=7", "vlan differs from pvst"},
       {"--record version=3,msti=4096/0/0" + mac + "/0/0/0/0", "--record version=3,msti=4095/0/0" + mac + "/0/0/0/0",
        "MSTI id"},
-      {"--record version=3,msti=1/0/0" + mac + "/0/0/248/0", "--record version=3,msti=1/0/0" + mac + "/0/0/240/0",
-       "port priority"},
       {"--record ''", "--record flags=2", "empty record"},
       {"--record flags=1,flags=2", "--record flags=1,cost=2", "more than once"},
       {"--src ff:ff:ff:ff:ff:ff --sample golden", "--src fe:ff:ff:ff:ff:ff --sample golden", "group address"},

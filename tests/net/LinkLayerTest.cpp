@@ -44,9 +44,6 @@ TEST(LlcLinkTest, EveryFormReadsBackAndEveryCutHasItsVerdict) {
     std::copy(payload.begin(), payload.end(), at);
     const auto& length = *reinterpret_cast<const LengthField*>(frame.data() + (f.tagged ? 16 : 12));
     EXPECT_EQ(length.lengthOrType.value(), f.header - (f.tagged ? 18 : 14) + payload.size()) << "LLC, SNAP, payload";
-    if (f.tagged) {
-      EXPECT_EQ(Octets(frame.begin() + 12, frame.begin() + 16), (Octets{0x81, 0x00, 0xea, 0xbc}));
-    }
 
     const LlcFrame whole = parseLlcLink(frame.data(), frame.size());
     ASSERT_EQ(whole.verdict, LinkVerdict::ok);
@@ -61,10 +58,7 @@ TEST(LlcLinkTest, EveryFormReadsBackAndEveryCutHasItsVerdict) {
     EXPECT_EQ(whole.payload, frame.data() + f.header);
     EXPECT_EQ(whole.payloadSize, payload.size());
 
-    Octets longer = frame;  // padding after the declared length is not payload
-    longer.resize(longer.size() + 30, 0xff);
-    EXPECT_EQ(parseLlcLink(longer.data(), longer.size()).payloadSize, payload.size());
-
+    // (Padding after the declared length: the BPDU decode tables.)
     for (std::size_t cut = 0; cut < frame.size(); ++cut) {
       const LinkVerdict v = parseLlcLink(cut ? frame.data() : nullptr, cut).verdict;
       EXPECT_EQ(v, cut < f.tooShortBelow ? LinkVerdict::frameTooShort : LinkVerdict::lengthBeyondFrame) << cut;
