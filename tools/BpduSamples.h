@@ -44,20 +44,23 @@ inline std::vector<NamedSample> sampleRecords() {
   all.flags = Stp::RstpBpduFlags{0xff};
   out.push_back({"all-flags", "every flag bit set (TC, proposal, role 3, learning, forwarding, agreement, TCA)", all});
 
-  CistValues high = goldenCist();
-  high.flags = Stp::RstpBpduFlags{0x01};
-  high.rootId = Stp::BridgeId{0xF000, 0x0fff, Nelk::EthAddr(0xff, 0xff, 0xff, 0xff, 0xff, 0xfe)};
-  high.rootPathCost = 0xffffffff;
-  high.bridgeId = Stp::BridgeId{0xF000, 0x0fff, Nelk::EthAddr(0x02, 0x00, 0x00, 0x00, 0x00, 0x01)};
-  high.portId = Stp::PortId(240, 0x0fff);
-  out.push_back({"max", "highest priorities and extensions, maximum path cost, port 240/4095", high});
+  // The two ends of every priority, extension, address and cost range.
+  const auto extreme = [](std::uint8_t flags, std::uint16_t priority, std::uint16_t extension,
+                          Nelk::EthAddr root, Nelk::EthAddr bridge, Stp::PathCost cost, Stp::PortId port) {
+    CistValues v = goldenCist();
+    v.flags = Stp::RstpBpduFlags{flags};
+    v.rootId = Stp::BridgeId{priority, extension, root};
+    v.bridgeId = Stp::BridgeId{priority, extension, bridge};
+    v.rootPathCost = cost;
+    v.portId = port;
+    return v;
+  };
+  out.push_back({"max", "highest priorities and extensions, maximum path cost, port 240/4095",
+                 extreme(0x01, 0xF000, 0x0fff, Nelk::EthAddr(0xff, 0xff, 0xff, 0xff, 0xff, 0xfe),
+                         Nelk::EthAddr(0x02, 0x00, 0x00, 0x00, 0x00, 0x01), 0xffffffff, Stp::PortId(240, 0x0fff))});
 
-  CistValues low = goldenCist();
-  low.flags = Stp::RstpBpduFlags{0x00};
-  low.rootId = Stp::BridgeId{0, 0, Nelk::EthAddr(0x00, 0x00, 0x00, 0x00, 0x00, 0x01)};
-  low.rootPathCost = 0;
-  low.bridgeId = Stp::BridgeId{0, 0, Nelk::EthAddr(0x00, 0x00, 0x00, 0x00, 0x00, 0x02)};
-  low.portId = Stp::PortId(0, 1);
+  CistValues low = extreme(0x00, 0, 0, Nelk::EthAddr(0x00, 0x00, 0x00, 0x00, 0x00, 0x01),
+                           Nelk::EthAddr(0x00, 0x00, 0x00, 0x00, 0x00, 0x02), 0, Stp::PortId(0, 1));
   low.messageAge = low.maxAge = low.helloTime = low.fwdDelay = Stp::TimerVal(0x00, 0x00);
   out.push_back({"min", "lowest priorities, extensions and cost, all flags clear, timers 0", low});
 

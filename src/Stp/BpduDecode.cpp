@@ -9,13 +9,6 @@
 
 namespace StpTxRx {
 
-using Stp::BridgeSystemId;
-using Stp::CommonBpdu;
-using Stp::ConfigBpdu;
-using Stp::MstBpdu;
-using Stp::MstiConfigMessage;
-using Stp::PvstBpdu;
-using Stp::RstpBpdu;
 using bpdu::configType;
 using bpdu::mstidOf;
 using bpdu::tcnType;

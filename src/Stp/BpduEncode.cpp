@@ -11,13 +11,6 @@
 
 namespace StpTxRx {
 
-using Stp::BridgeSystemId;
-using Stp::CommonBpdu;
-using Stp::ConfigBpdu;
-using Stp::MstBpdu;
-using Stp::MstiConfigMessage;
-using Stp::PvstBpdu;
-using Stp::RstpBpdu;
 using bpdu::checker;
 using bpdu::writer;
 

@@ -18,6 +18,15 @@
 
 namespace StpTxRx {
 
+// The wire views, named unqualified by the codec sources that walk this table.
+using Stp::BridgeSystemId;
+using Stp::CommonBpdu;
+using Stp::ConfigBpdu;
+using Stp::MstBpdu;
+using Stp::MstiConfigMessage;
+using Stp::PvstBpdu;
+using Stp::RstpBpdu;
+
 // ---------------------------------------------------------------------------------------------------
 // The field table
 //

@@ -11,19 +11,9 @@ namespace StpTxRx {
 
 template <class Sm>
 inline constexpr std::array<void (Sm::*)(), IntxMstiInfo::fieldCount> mstiFieldHandlers = {
-    &Sm::zek_handleMstiN_flags,
-    &Sm::zek_handleMstiN_bridgeId,
-    &Sm::zek_handleMstiN_portId,
-    &Sm::zek_handleMstiN_cistRootBridgeId,
-    &Sm::zek_handleMstiN_cistExtRootPathCost,
-    &Sm::zek_handleMstiN_cistRegionalRootBridgeId,
-    &Sm::zek_handleMstiN_intRootPathCost,
-    &Sm::zek_handleMstiN_regionalRootBridgeId,
-    &Sm::zek_handleMstiN_remainingHops,
-    &Sm::zek_handleMstiN_messageAge,
-    &Sm::zek_handleMstiN_maxAge,
-    &Sm::zek_handleMstiN_helloTime,
-    &Sm::zek_handleMstiN_fwdDelay,
+#define STPTXRX_HANDLER_OF(name) &Sm::zek_handleMstiN_##name,
+    STPTXRX_MSTI_FIELDS(STPTXRX_HANDLER_OF)
+#undef STPTXRX_HANDLER_OF
 };
 
 /// The handler of attribute `id`, run unless `sm` is marked for deletion; the key and unknown ids run none.

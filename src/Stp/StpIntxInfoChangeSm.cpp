@@ -110,19 +110,10 @@ void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN() {
   if (IntxInfoChangeSm* o = owner()) o->incUpdatedFieldCount();
 }
 
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_flags() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_bridgeId() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_portId() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRootBridgeId() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistExtRootPathCost() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_cistRegionalRootBridgeId() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_intRootPathCost() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_regionalRootBridgeId() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_remainingHops() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_messageAge() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_maxAge() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_helloTime() { zek_handleMstiN(); }
-void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_fwdDelay() { zek_handleMstiN(); }
+#define STPTXRX_COUNT_FIELD(name) \
+  void IntxInfoChangeSm::ZekMstiN::zek_handleMstiN_##name() { zek_handleMstiN(); }
+STPTXRX_MSTI_FIELDS(STPTXRX_COUNT_FIELD)
+#undef STPTXRX_COUNT_FIELD
 
 void IntxInfoChangeSm::ZekMstiN::onAttribute(Zek::AttributeId id, const void*) { dispatchMstiField(*this, id); }
 

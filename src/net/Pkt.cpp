@@ -3,6 +3,7 @@
 #include <stptxrx/runtime/Assert.h>
 
 #include <cstring>
+#include <mutex>
 #include <utility>
 
 namespace Nelk {
@@ -44,21 +45,10 @@ void Pkt::onZeroReferences() { manager_->released(this); }
 // ---- PktManager
 
 namespace {
-// Holds the pool's mutex only while pointers are thread safe; otherwise the manager is single-threaded.
-class PoolLock {
- public:
-  explicit PoolLock(std::mutex& m) : m_(Zek::threadSafePointers_ ? &m : nullptr) {
-    if (m_) m_->lock();
-  }
-  PoolLock(const PoolLock&) = delete;
-  PoolLock& operator=(const PoolLock&) = delete;
-  ~PoolLock() {
-    if (m_) m_->unlock();
-  }
-
- private:
-  std::mutex* m_;
-};
+// Locks the pool's mutex only while pointers are thread safe; otherwise the manager is single-threaded.
+std::unique_lock<std::mutex> poolLock(std::mutex& m) {
+  return Zek::threadSafePointers_ ? std::unique_lock<std::mutex>(m) : std::unique_lock<std::mutex>();
+}
 }  // namespace
 
 PktManager::~PktManager() {
@@ -69,7 +59,7 @@ PktManager::~PktManager() {
 Pkt::Ptr PktManager::newPktSlow() {
   Pkt* pkt = nullptr;
   {
-    PoolLock lock(mutex_);
+    const auto lock = poolLock(mutex_);
     if (liveLimit_ != 0 && live_ >= liveLimit_) return nullptr;
     ++live_;
     if (pool_) {
@@ -91,7 +81,7 @@ void PktManager::released(Pkt* pkt) {
     pkt->buffer_ = nullptr;
   }
   {
-    PoolLock lock(mutex_);
+    const auto lock = poolLock(mutex_);
     --live_;
     if (pooled_ < pooledLimit_) {
       pkt->nextPooled_ = pool_;
@@ -105,7 +95,7 @@ void PktManager::released(Pkt* pkt) {
 
 void PktManager::pooledLimitIs(std::size_t limit) {
   {
-    PoolLock lock(mutex_);
+    const auto lock = poolLock(mutex_);
     pooledLimit_ = limit;
   }
   trimPool(limit);
@@ -114,7 +104,7 @@ void PktManager::pooledLimitIs(std::size_t limit) {
 void PktManager::trimPool(std::size_t keep) {
   Pkt* freed = nullptr;
   {
-    PoolLock lock(mutex_);
+    const auto lock = poolLock(mutex_);
     while (pooled_ > keep) {
       Pkt* pkt = pool_;
       pool_ = pkt->nextPooled_;

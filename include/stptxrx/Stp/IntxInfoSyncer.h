@@ -95,21 +95,9 @@ class STPTXRX_EXPORT IntxInfoSyncer : public Zek::Owner, public Zek::Initializab
     /// writes all thirteen attributes in declaration order. Without an owner nothing is found.
     void copyAllData();
 
-    /// One attribute copied into `destMstiN` (nothing when it is null; the type's zero when the source
-    /// entry is absent). No text trace.
-    void zek_handleMstiN_flags();
-    void zek_handleMstiN_bridgeId();
-    void zek_handleMstiN_portId();
-    void zek_handleMstiN_cistRootBridgeId();
-    void zek_handleMstiN_cistExtRootPathCost();
-    void zek_handleMstiN_cistRegionalRootBridgeId();
-    void zek_handleMstiN_intRootPathCost();
-    void zek_handleMstiN_regionalRootBridgeId();
-    void zek_handleMstiN_remainingHops();
-    void zek_handleMstiN_messageAge();
-    void zek_handleMstiN_maxAge();
-    void zek_handleMstiN_helloTime();
-    void zek_handleMstiN_fwdDelay();
+    /// `zek_handleMstiN_<attribute>` for each of the thirteen: that attribute copied into `destMstiN`
+    /// (nothing when it is null; the type's zero when the source entry is absent). No text trace.
+    STPTXRX_MSTI_FIELDS(STPTXRX_MSTI_FIELD_HANDLER)
 
     /// The thirteen entry attributes: the matching per-field copy unless this is a zombie. Other ids are
     /// ignored. Allocates nothing and builds no text.

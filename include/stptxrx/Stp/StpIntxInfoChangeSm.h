@@ -72,19 +72,8 @@ class STPTXRX_EXPORT IntxInfoChangeSm : public Zek::Owner {
     /// The one counting body: the owner's incUpdatedFieldCount(). A reactor whose back pointer was
     /// cleared (it was deleted) counts nothing.
     void zek_handleMstiN();
-    void zek_handleMstiN_flags();
-    void zek_handleMstiN_bridgeId();
-    void zek_handleMstiN_portId();
-    void zek_handleMstiN_cistRootBridgeId();
-    void zek_handleMstiN_cistExtRootPathCost();
-    void zek_handleMstiN_cistRegionalRootBridgeId();
-    void zek_handleMstiN_intRootPathCost();
-    void zek_handleMstiN_regionalRootBridgeId();
-    void zek_handleMstiN_remainingHops();
-    void zek_handleMstiN_messageAge();
-    void zek_handleMstiN_maxAge();
-    void zek_handleMstiN_helloTime();
-    void zek_handleMstiN_fwdDelay();
+    /// `zek_handleMstiN_<attribute>` for each of the thirteen: zek_handleMstiN().
+    STPTXRX_MSTI_FIELDS(STPTXRX_MSTI_FIELD_HANDLER)
 
     /// The thirteen entry attributes count 1 each unless this reactor is a zombie; other ids are ignored.
     void onAttribute(Zek::AttributeId id, const void* key) override;

@@ -22,6 +22,17 @@ using Stp::StpBpduType;
 using Stp::StpBpduVersion;
 using Stp::TimerVal;
 
+/// The thirteen instance attributes of IntxMstiInfo in declaration order, as a list macro: `X(name)`
+/// once per attribute. Every list that must name each attribute (the field visitor, the per-field
+/// handlers of the reactors on an entry) expands this one, so none can miss or reorder one.
+#define STPTXRX_MSTI_FIELDS(X)                                                                            \
+  X(flags) X(bridgeId) X(portId) X(cistRootBridgeId) X(cistExtRootPathCost) X(cistRegionalRootBridgeId) \
+  X(intRootPathCost) X(regionalRootBridgeId) X(remainingHops) X(messageAge) X(maxAge) X(helloTime)     \
+  X(fwdDelay)
+
+/// Declares `void zek_handleMstiN_<name>();`: one per-field handler of a reactor on an entry.
+#define STPTXRX_MSTI_FIELD_HANDLER(name) void zek_handleMstiN_##name();
+
 /// One spanning-tree instance's entry of an IntxInfo: priority vectors, flags and timers of that instance.
 /// Created by IntxInfo::mstiNIs; a removed entry stays valid for holders of a pointer to it. Attributes
 /// start at their types' zero.
@@ -91,19 +102,9 @@ class STPTXRX_EXPORT IntxMstiInfo : public Zek::Entity {
   /// list of the fields that every whole-entry copy and comparison walks.
   template <class Visit>
   static constexpr void forEachField(Visit&& visit) {
-    visit(Field<&IntxMstiInfo::flags, &IntxMstiInfo::flagsIs>{});
-    visit(Field<&IntxMstiInfo::bridgeId, &IntxMstiInfo::bridgeIdIs>{});
-    visit(Field<&IntxMstiInfo::portId, &IntxMstiInfo::portIdIs>{});
-    visit(Field<&IntxMstiInfo::cistRootBridgeId, &IntxMstiInfo::cistRootBridgeIdIs>{});
-    visit(Field<&IntxMstiInfo::cistExtRootPathCost, &IntxMstiInfo::cistExtRootPathCostIs>{});
-    visit(Field<&IntxMstiInfo::cistRegionalRootBridgeId, &IntxMstiInfo::cistRegionalRootBridgeIdIs>{});
-    visit(Field<&IntxMstiInfo::intRootPathCost, &IntxMstiInfo::intRootPathCostIs>{});
-    visit(Field<&IntxMstiInfo::regionalRootBridgeId, &IntxMstiInfo::regionalRootBridgeIdIs>{});
-    visit(Field<&IntxMstiInfo::remainingHops, &IntxMstiInfo::remainingHopsIs>{});
-    visit(Field<&IntxMstiInfo::messageAge, &IntxMstiInfo::messageAgeIs>{});
-    visit(Field<&IntxMstiInfo::maxAge, &IntxMstiInfo::maxAgeIs>{});
-    visit(Field<&IntxMstiInfo::helloTime, &IntxMstiInfo::helloTimeIs>{});
-    visit(Field<&IntxMstiInfo::fwdDelay, &IntxMstiInfo::fwdDelayIs>{});
+#define STPTXRX_VISIT_FIELD(name) visit(Field<&IntxMstiInfo::name, &IntxMstiInfo::name##Is>{});
+    STPTXRX_MSTI_FIELDS(STPTXRX_VISIT_FIELD)
+#undef STPTXRX_VISIT_FIELD
   }
 
   /// Writes the thirteen attributes of `src` (their zero values when `src` is null) through the setters,
