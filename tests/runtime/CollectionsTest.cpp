@@ -27,9 +27,7 @@ class MapWalkTest : public ::testing::Test {
  protected:
   void TearDown() override { map.clear(); }
   void add(std::initializer_list<int> keys) {
-    for (int k : keys) {
-      map.insert(k, Ptr<Member>(new Member(k, [this] { ++released, sizesAtRelease.push_back(map.size()); })));
-    }
+    for (int k : keys) map.insert(k, Ptr<Member>(new Member(k, [this] { ++released, sizesAtRelease.push_back(map.size()); })));
   }
   /// Walks the map, running `body` on each key; returns the keys visited.
   std::vector<int> walk(const std::function<void(int)>& body = {}) {
@@ -116,12 +114,10 @@ TEST(HashMapCompactionTest, CompactsOnceTheHolesReachEightAndTheLiveCount) {
     allocations.push_back(scope.count());
   }
   EXPECT_EQ(allocations, (std::vector<std::uint64_t>{0, 0, 0, 0, 0, 0, 0, 1}));
-  {  // clear() under a live iterator moves the members out into one array of the right size
-    const auto walking = map.begin();
-    test::AllocScope scope;
-    map.clear();
-    EXPECT_TRUE(scope.count() == 1 && map.empty());
-  }
+  const auto walking = map.begin();  // clear() under a live iterator moves the members out into one array
+  test::AllocScope scope;
+  map.clear();
+  EXPECT_TRUE(scope.count() == 1 && map.empty());
 }
 
 }  // namespace
