@@ -7,19 +7,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <sstream>
 #include <unordered_set>
 #include <vector>
 
 namespace Nelk {
 namespace {
 
-template <class T>
-std::string text(const T& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
+using ::testing::PrintToString;
 
 // Text to address and back: what parses prints back (lower-case, two digits); anything else is refused.
 TEST(EthAddrTest, FromTextTakesSixColonSeparatedHexGroupsAndNothingElse) {
@@ -33,7 +27,7 @@ TEST(EthAddrTest, FromTextTakesSixColonSeparatedHexGroupsAndNothingElse) {
       {"+0:11:22:33:44:55", nullptr},             {"", nullptr}};
   for (const auto& c : cases) {
     const auto a = EthAddr::fromText(c.in);
-    EXPECT_EQ(a ? text(*a) : "refused", c.out ? c.out : "refused") << c.in;
+    EXPECT_EQ(a ? PrintToString(*a) : "refused", c.out ? c.out : "refused") << c.in;
   }
 }
 
@@ -50,14 +44,12 @@ TEST(EthAddrTest, OctetsInOrderComparedAtCompileTimeTooAndTheGroupBitIsTheFirstO
 // Sorting checks the natural order; the pairwise loop checks that it is a strict weak order consistent
 // with equality (names that differ only in leading zeros are different and still ordered).
 TEST(IntfIdTest, NaturalOrderIsAStrictOrderComparingDigitRunsByValue) {
-  std::vector<IntfId> ids;
-  for (const char* n : {"Ethernet10", "Ethernet2", "Ethernet1/10", "Ethernet1/2", "PortChannel1", "Ethernet1",
-                        "Ethernet02", "Ethernet", "", "9"}) {
-    ids.emplace_back(n);
-  }
+  std::vector<IntfId> ids{IntfId("Ethernet10"), IntfId("Ethernet2"), IntfId("Ethernet1/10"), IntfId("Ethernet1/2"),
+                          IntfId("PortChannel1"), IntfId("Ethernet1"), IntfId("Ethernet02"), IntfId("Ethernet"),
+                          IntfId(""), IntfId("9")};
   std::sort(ids.begin(), ids.end());
   std::vector<std::string> names;
-  for (const auto& i : ids) names.push_back(text(i));
+  for (const auto& i : ids) names.push_back(PrintToString(i));
   EXPECT_EQ(names, (std::vector<std::string>{"", "9", "Ethernet", "Ethernet1", "Ethernet1/2", "Ethernet1/10",
                                              "Ethernet2", "Ethernet02", "Ethernet10", "PortChannel1"}));
   for (const auto& a : ids) {
@@ -75,11 +67,7 @@ TEST(IntfIdTest, NaturalOrderIsAStrictOrderComparingDigitRunsByValue) {
 }
 
 TEST(NetFieldTest, NetworkOrderWhateverTheHost) {
-  struct Wire {
-    std::uint8_t type = 1;
-    NetU16 length{0x0027};  // unaligned on purpose
-    NetU32 value{0x01020304u};
-  } w;
+  struct Wire { std::uint8_t type = 1; NetU16 length{0x0027}; NetU32 value{0x01020304u}; } w;  // unaligned on purpose
   static_assert(sizeof(Wire) == 7);
   const std::uint8_t expected[] = {0x01, 0x00, 0x27, 0x01, 0x02, 0x03, 0x04};
   EXPECT_TRUE(std::memcmp(&w, expected, sizeof expected) == 0 && w.length.value() == 0x27 && w.value.value() == 0x01020304u);

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <numeric>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -14,8 +16,11 @@ namespace {
 
 constexpr std::size_t room = PktManager::defaultHeadRoom;
 
-void fill(std::uint8_t* p, std::size_t n, std::uint8_t first) {
-  for (std::size_t i = 0; i < n; ++i) p[i] = static_cast<std::uint8_t>(first + i);
+/// `n` packets of `m`, held.
+std::vector<Pkt::Ptr> taken(PktManager& m, std::size_t n) {
+  std::vector<Pkt::Ptr> held(n);
+  for (auto& p : held) p = m.newPkt();
+  return held;
 }
 
 TEST(PktHeadDataTest, PrependStaysInTheBufferWhileTheHeadRoomSufficesAndMovesToALargerOneBeyond) {
@@ -24,7 +29,7 @@ TEST(PktHeadDataTest, PrependStaysInTheBufferWhileTheHeadRoomSufficesAndMovesToA
   EXPECT_TRUE(p->size() == 0 && p->data() == p->buffer()->bytes() + room) << "empty, with the default head room";
   const PktBuffer* buffer = p->buffer().get();
   std::uint8_t* body = p->headDataIs(36);
-  fill(body, 36, 100);
+  std::iota(body, body + 36, std::uint8_t{100});
   std::uint8_t* frame = p->headDataIs(17);
   EXPECT_TRUE(frame == p->data() && frame + 17 == body) << "the earlier data stays where it was";
   EXPECT_EQ(p->headDataIs(0), frame);
@@ -38,7 +43,7 @@ TEST(PktHeadDataTest, PrependStaysInTheBufferWhileTheHeadRoomSufficesAndMovesToA
   for (std::size_t i = 0; i < 36; ++i) ASSERT_EQ(start[53 + room - 36 + i], 100 + i) << i;
   EXPECT_TRUE(old->references() == 1 && old->bytes()[room - 36] == 100);
   Pkt::Ptr empty = m.newPkt();
-  fill(empty->headDataIs(1000), 1000, 0);  // the whole window is writable (ASan)
+  std::fill_n(empty->headDataIs(1000), 1000, 0);  // the whole window is writable (ASan)
   EXPECT_TRUE(empty->headRoom() == room && empty->data() + 1000 == empty->buffer()->bytes() + room + 1000);
 }
 
@@ -55,13 +60,11 @@ TEST(PktPoolTest, RecyclesEmptyPacketsWithTheirOwnBuffersWithinItsBounds) {
     for (int i = 0; i < 1000; ++i) {
       Pkt::Ptr p = m.newPkt();
       ASSERT_TRUE(p.get() == first && p->buffer().get() == buffer && p->data() == buffer->bytes() + room);
-      fill(p->headDataIs(53), 53, 0);
+      std::fill_n(p->headDataIs(53), 53, 0);
     }
     EXPECT_TRUE(scope.count() == 0 && m.pooledCount() == 1u);
+    const PktBuffer::Ptr kept = m.newPkt()->buffer();  // the packet goes back to the pool, its buffer held here
     Pkt::Ptr p = m.newPkt();
-    PktBuffer::Ptr kept = p->buffer();
-    p = nullptr;  // back to the pool while its buffer is held here
-    p = m.newPkt();
     EXPECT_NE(p->buffer(), kept);
     p->headDataIs(room + 200);
     p = nullptr;
@@ -71,14 +74,11 @@ TEST(PktPoolTest, RecyclesEmptyPacketsWithTheirOwnBuffersWithinItsBounds) {
     p = nullptr;
     EXPECT_EQ(m.newPkt()->headRoom(), room) << "an oversized buffer is dropped";
     m.pooledLimitIs(3);
-    std::vector<Pkt::Ptr> held(5);
-    for (auto& h : held) h = m.newPkt();
-    held.clear();
+    taken(m, 5);
     EXPECT_EQ(m.pooledCount(), 3u);
     m.pooledLimitIs(1);
     EXPECT_EQ(m.pooledCount(), 1u);
-    held.resize(3);
-    for (auto& h : held) h = m.newPkt();
+    const auto held = taken(m, 3);
   }
   EXPECT_EQ(Zek::test::liveBytes(), before);
   Zek::test::countBytesIs(false);
@@ -96,9 +96,7 @@ TEST(PktLiveLimitTest, NoPacketWhileTheLimitIsReached) {
   m.liveLimitIs(1);
   EXPECT_FALSE(m.newPkt()) << "lowered below the live count: still refused";
   m.liveLimitIs(0);
-  std::vector<Pkt::Ptr> held(1000);
-  for (auto& h : held) h = m.newPkt();
-  EXPECT_TRUE(held.back()) << "0: no limit";
+  EXPECT_TRUE(taken(m, 1000).back()) << "0: no limit";
 }
 
 struct PktRefCountTest : ::testing::TestWithParam<bool> {
@@ -108,8 +106,7 @@ struct PktRefCountTest : ::testing::TestWithParam<bool> {
 
 TEST_P(PktRefCountTest, PacketReturnsToThePoolExactlyOnceAtTheLastRelease) {
   PktManager m;
-  std::vector<Pkt::Ptr> shared;
-  for (int i = 0; i < 8; ++i) shared.push_back(m.newPkt());
+  std::vector<Pkt::Ptr> shared = taken(m, 8);
   std::vector<std::thread> workers;  // packets copied, taken and released on several threads at once
   for (int t = 0; Zek::threadSafePointers_ && t < 4; ++t) {
     workers.emplace_back([&, t] {
@@ -121,8 +118,8 @@ TEST_P(PktRefCountTest, PacketReturnsToThePoolExactlyOnceAtTheLastRelease) {
   }
   for (auto& w : workers) w.join();
   for (const auto& p : shared) EXPECT_EQ(p->references(), 1u);
-  EXPECT_EQ(m.liveCount(), 8u);
   const std::size_t pooledBefore = m.pooledCount();
+  EXPECT_EQ(m.liveCount(), 8u);
   shared.clear();
   EXPECT_TRUE(m.liveCount() == 0 && m.pooledCount() == pooledBefore + 8);
 }

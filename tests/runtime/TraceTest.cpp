@@ -26,16 +26,15 @@ namespace {
 
 std::uint16_t levelsOf(const char* handle) { return traceHandleIs(handle)->levels(); }
 
-/// Counts how often it is streamed: proves whether a message text was built.
-struct Streamed {
-  int* count;
-  friend std::ostream& operator<<(std::ostream& os, const Streamed& s) { return ++*s.count, os << "streamed"; }
-};
-
 // Each test uses its own handle names; the capture puts levels, rules and sink back as they were. Levels are
 // bit masks: 0x100 is level 8. Each step: a setting, then what handles read after it.
-TEST(TraceLevelsTest, SettingsSetLevelsOfExistingAndLaterHandles) {
+TEST(TraceLevelsTest, SettingsSetLevelsOfExistingAndLaterHandlesAndMalformedOnesChangeNothing) {
   TraceCapture cap;
+  traceHandleIs("TlBad")->levelsIs(0x10);  // a malformed setting is rejected and changes nothing
+  for (const char* bad : {"TlBad/8,TlBad/x", "TlBad/10", "TlBad/3-1", "/3", "TlBad/1-", "TlBad/-2", "TlNew/8,*/1/2"}) {
+    EXPECT_TRUE(!traceLevelsIs(bad) && levelsOf("TlBad") == 0x10) << bad;
+  }
+  EXPECT_EQ(levelsOf("TlNew"), 0u) << "no item of a rejected setting is kept";
   traceHandleIs("TlExisting");
   traceHandleIs("TlApi")->levelsIs(0x20);
   const struct { const char* setting; std::vector<std::pair<const char*, unsigned>> levels; } steps[] = {
@@ -48,15 +47,6 @@ TEST(TraceLevelsTest, SettingsSetLevelsOfExistingAndLaterHandles) {
     ASSERT_TRUE(cap.levelsIs(step.setting)) << step.setting;
     for (const auto& [handle, levels] : step.levels) EXPECT_EQ(levelsOf(handle), levels) << step.setting << handle;
   }
-}
-
-TEST(TraceLevelsTest, MalformedSettingsAreRejectedAndChangeNothing) {
-  TraceCapture cap;
-  traceHandleIs("TlBad")->levelsIs(0x10);
-  for (const char* bad : {"TlBad/8,TlBad/x", "TlBad/10", "TlBad/3-1", "/3", "TlBad/1-", "TlBad/-2", "TlNew/8,*/1/2"}) {
-    EXPECT_TRUE(!traceLevelsIs(bad) && levelsOf("TlBad") == 0x10) << bad;
-  }
-  EXPECT_EQ(levelsOf("TlNew"), 0u) << "no item of a rejected setting is kept";
 }
 
 TEST(TraceLevelsDeathTest, StartupLevelsComeFromTheEnvironment) {
@@ -73,14 +63,13 @@ TEST(TraceLevelsDeathTest, StartupLevelsComeFromTheEnvironment) {
 TEST(TraceSinkTest, OffLevelBuildsNoTextAndOnLevelReachesTheSinkWithItsSource) {
   TraceCapture cap({"TlCost/8"});
   TraceHandle* h = traceHandleIs("TlCost");
-  int streamed = 0;
+  int streamed = 0;  // how often a message text was built
   AllocScope scope;
-  for (int i = 0; i < 100; ++i) ZEK_TRACE(h, 7, "value " << Streamed{&streamed} << std::string(100, 'x'));
+  for (int i = 0; i < 100; ++i) ZEK_TRACE(h, 7, "value " << (++streamed, "streamed") << std::string(100, 'x'));
   EXPECT_TRUE(scope.count() == 0 && streamed == 0) << "an off level builds no text";
-  ZEK_TRACE(h, 8, "value " << Streamed{&streamed});
+  ZEK_TRACE(h, 8, "value " << (++streamed, "streamed"));
   ZEK_SYNCER_TRACE(h, 8, "Stp/StpTxStatusSyncer", "TxStatusToTxSyncer", "[g]", "handleTxMstStatus", "create " << 2);
-  EXPECT_EQ(streamed, 1);
-  ASSERT_EQ(cap.lines().size(), 2u);
+  ASSERT_TRUE(streamed == 1 && cap.lines().size() == 2u);
   EXPECT_TRUE(cap.lines()[0].level == 8 && cap.lines()[0].file.ends_with("tests/runtime/TraceTest") &&
               cap.lines()[0].function == "TestBody" && cap.lines()[1].file == "Stp/StpTxStatusSyncer");
   EXPECT_EQ(cap.texts(),
@@ -116,8 +105,7 @@ TEST_F(BinaryTraceTest, CallSiteTextIsTheQualifiedNameWithoutReturnTypeOrParamet
       {"bool Ns::W::operator<(const Ns::W &) const", "Ns::W::operator<"}, {"main", "main"},
       {"Ns::W &Ns::W::operator<<(int)", "Ns::W::operator<<"}, {"Ns::W& Ns::W::operator>>(int)", "Ns::W::operator>>"},
       {"Ns::W *Ns::P::operator->() const", "Ns::P::operator->"}, {"Ns::Free::Free()", "Ns::Free::Free"},
-      {"auto Ns::W::operator<=>(const Ns::W &) const", "Ns::W::operator<=>"},
-      {"void Ns::F::operator()(int) const", "Ns::F::operator()"},
+      {"auto Ns::W::operator<=>(const Ns::W &) const", "Ns::W::operator<=>"}, {"void Ns::F::operator()(int) const", "Ns::F::operator()"},
       {"auto Ns::W::f()::(anonymous class)::operator()() const", "Ns::W::f"},
       {"std::function<void (int)> Ns::make(std::function<void (int)>)", "Ns::make"},
       {"void Ns::C<T>::m() [with T = std::map<int, int>]", "Ns::C<T>::m"},
@@ -143,8 +131,7 @@ TEST_F(BinaryTraceTest, CallSiteRegistersOnceAndTheRingKeepsTheLatestRecordsWhil
   const std::uint32_t m = BinaryTrace::callSiteIs("int Ns::C<int>::m(int) const", __FILE__, 7);
   const std::uint64_t total = BinaryTrace::ringSize + 10;
   for (std::uint64_t i = 0; i < total; ++i) BinaryTrace::record(m, i, 1);
-  EXPECT_EQ(BinaryTrace::recordCount(), total);
-  EXPECT_FALSE(BinaryTrace::recent(BinaryTrace::ringSize, r));
+  EXPECT_TRUE(BinaryTrace::recordCount() == total && !BinaryTrace::recent(BinaryTrace::ringSize, r));
   std::ostringstream full;
   BinaryTrace::dump(full);
   const std::string text = full.str();

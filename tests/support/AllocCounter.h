@@ -2,7 +2,7 @@
 // Counting of global operator new calls, for tests and benchmarks that prove a path allocates nothing, and
 // of live heap bytes, for benchmarks that measure memory.
 //
-// AllocCounter.cpp replaces the global operator new/delete (every form) with versions that forward to
+// AllocCounter.cpp replaces the global operator new/delete with versions that forward to
 // malloc/free and count each allocation in a per-thread counter. The replacement is linked into any
 // program that uses allocations() or AllocScope, and then also counts the allocations made inside the
 // shared library. The file depends on nothing but the standard library, so a benchmark can link it
@@ -27,18 +27,10 @@ std::int64_t liveBytes() noexcept;
 ///   Zek::test::AllocScope scope;
 ///   doWork();
 ///   EXPECT_EQ(scope.count(), 0u);
-class AllocScope {
- public:
-  AllocScope() noexcept : start_(allocations()) {}
-  AllocScope(const AllocScope&) = delete;
-  AllocScope& operator=(const AllocScope&) = delete;
-
-  /// Allocations made since construction (or the last restart()).
-  std::uint64_t count() const noexcept { return allocations() - start_; }
-  void restart() noexcept { start_ = allocations(); }
-
- private:
-  std::uint64_t start_;
+struct AllocScope {
+  /// Allocations made since construction.
+  std::uint64_t count() const noexcept { return allocations() - start; }
+  const std::uint64_t start = allocations();
 };
 
 }  // namespace Zek::test
