@@ -2,8 +2,6 @@
 // octets, and tshark reads each as we do.
 #include "BpduTestFrames.h"
 
-#include <gtest/gtest.h>
-
 #if STPTXRX_HAVE_PCAP  // the captures are read through libpcap
 #include <stptxrx/pcap/Pcap.h>
 
@@ -21,11 +19,7 @@ std::vector<pcap::PcapFrame> capture(const std::string& file) {
   return frames;
 }
 
-struct Capture {
-  const char* file;
-  std::size_t frames;
-  BpduKind kind;
-};
+struct Capture { const char* file; std::size_t frames; BpduKind kind; };
 const Capture captures[] = {{"802.1D_spanning_tree.pcap", 14, BpduKind::Config},
                             {"802.1w_rapid_STP.pcap", 30, BpduKind::Rst},
                             {"MSTP_Intra-Region_BPDUs.pcap", 10, BpduKind::Mst}};

@@ -4,9 +4,7 @@
 
 // The tool's named samples (its own data, not an installed name).
 #include "../../tools/BpduSamples.h"
-#include <stptxrx/Stp/BpduRecordText.h>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #if STPTXRX_HAVE_PCAP

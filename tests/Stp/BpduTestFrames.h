@@ -1,11 +1,11 @@
 #pragma once
 // What the BPDU codec tests share: records that hold only what the wire carries (random or fixed),
 // encoding into octets, views into a frame, and tshark's reading of a capture checked field by field.
+#include <stptxrx/Stp/BpduRecordText.h>
+#include <stptxrx/Stp/BpduText.h>
 #include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/state/RxStatus.h>
-
-#include "support/AllocCounter.h"
 
 #include <gtest/gtest.h>
 
@@ -30,6 +30,15 @@ inline Stp::MstPortSm::Ptr portSm(const Nelk::EthAddr& mac = portMac) {
 }
 
 inline Octets octetsOf(const Nelk::Pkt::Ptr& pkt) { return Octets(pkt->data(), pkt->data() + pkt->size()); }
+
+// "01 80 c2 ..." as octets: two hex digits each, spaces anywhere between them.
+inline Octets hexOctets(std::string_view hex) {
+  Octets out;
+  for (std::size_t i = 0; i < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
+    if (hex[i] != ' ') out.push_back(static_cast<std::uint8_t>(std::stoul(std::string(hex.substr(i, 2)), nullptr, 16)));
+  }
+  return out;
+}
 
 // A record of `kind` holding only what the wire carries: the fields a kind does not carry are zero,
 // MSTI bridge and port ids repeat the CIST address and port number, extensions are the MSTID; `mstis`
@@ -108,40 +117,23 @@ View& body(Octets& frame, std::size_t offset = 0) {
   return *reinterpret_cast<View*>(frame.data() + bpduLinkHeaderSize + offset);
 }
 
-inline void lengthIs(Octets& frame, std::uint16_t length) {
-  reinterpret_cast<BpduLinkHeader*>(frame.data())->length = length;
-}
-
-/// One row of the validation table: a frame, and the verdict it must get.
-struct Row {
-  const char* name;
-  std::function<Octets()> frame;
-  BpduKind kind;
-  BpduReason reject = BpduReason::none;
-  BpduReason fallback = BpduReason::none;
-};
-/// The IEEE rules, one row each with the boundaries that must still pass (BpduDecodeTest.cpp).
-const std::vector<Row>& ieeeRows();
-/// The MST frame the IEEE rows start from.
+/// The frame of mstRecord().
 inline Octets mst() { return encode(mstRecord()); }
 
-// The heap allocations of 50 rounds of the hot paths once warm: `frame` decoded into an existing record,
-// received into an existing port's status, and `encodeOne` (an encoder on an existing record, true when it
-// encoded) with the packet pool warm. Every round must succeed.
-template <class Encode>
-std::size_t warmCodecAllocations(const Octets& frame, Encode encodeOne) {
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
-  generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
-  receiveBpdu(port, 1, frame.data(), frame.size());
-  encodeOne();
-  Zek::test::AllocScope scope;
-  for (int i = 0; i < 50; ++i) {
-    EXPECT_TRUE(generateIntxInfoFromPkt(frame.data(), frame.size(), info.get()).valid());
-    EXPECT_TRUE(receiveBpdu(port, 1, frame.data(), frame.size()).valid());
-    EXPECT_TRUE(encodeOne());
-  }
-  return scope.count();
+// The line of the frame the encoder builds from `text` (the recordFromText form) as it is decoded.
+inline std::string lineOf(const std::string& text) {
+  const RecordTextResult r = recordFromText(text);
+  EXPECT_TRUE(r) << r.message();
+  const BpduEncodeResult e =
+      generateBpduFromIntxInfo(r.recipe.encapsulation, portSm(), intxRecord(r.recipe.values), r.recipe.tagged, r.recipe.vlan);
+  EXPECT_TRUE(e) << bpduEncodeErrorText(e.error);
+  if (!e) return {};
+  const IntxInfo::Ptr back = IntxInfo::IntxInfoIs(0);
+  const BpduDecodeResult d = generateIntxInfoFromPkt(e.pkt->data(), e.pkt->size(), back.get());
+  std::ostringstream os;
+  writeBpduText(os, d, back.get(), e.pkt->size());
+  EXPECT_EQ(os.str(), bpduText(d, back.get(), e.pkt->size()));
+  return os.str();
 }
 
 /// tshark is there to ask.
