@@ -55,29 +55,24 @@ class PcapToolTest : public ::testing::Test {
   int status_ = -1;
 };
 
-// Each frame's kind and octets: BpduCaptureTest; here the tool's counts, --rewrite and a cut file.
-TEST_F(PcapToolTest, CapturesAreCountedByKindRewriteReadsBackAndACutFileFails) {
+// Each frame's kind and octets: BpduCaptureTest; here the tool's counts, --rewrite of the MST capture (with
+// tagged frames) and the same capture cut short.
+TEST_F(PcapToolTest, ACaptureIsCountedByKindRewriteReadsBackAndACutFileFails) {
   ASSERT_TRUE(fs::exists(vectors)) << "no captures at " << vectors;
-  const std::pair<const char*, const char*> captures[] = {
-      {"802.1D_spanning_tree.pcap", "frames=14 config=14 tcn=0 rst=0 mst=0"},
-      {"802.1w_rapid_STP.pcap", "frames=30 config=0 tcn=0 rst=30 mst=0"},
-      {"MSTP_Intra-Region_BPDUs.pcap", "frames=10 config=0 tcn=0 rst=0 mst=10"}};
-  for (const auto& [file, counts] : captures) {
-    SCOPED_TRACE(file);
-    const Lines lines = tool("--read '" + (vectors / file).string() + "' --rewrite " + at("re.pcap"));
-    ASSERT_EQ(status_, 0);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), std::string("summary: ") + counts + " rejected=0 rate-limited=0");
-    EXPECT_EQ(tool("--read " + at("re.pcap")), lines);
-    EXPECT_EQ(status_, 0);
+  const fs::path capture = vectors / "MSTP_Intra-Region_BPDUs.pcap";
+  const Lines lines = tool("--read '" + capture.string() + "' --rewrite " + at("re.pcap"));
+  ASSERT_EQ(status_, 0);
+  ASSERT_EQ(lines.size(), 11u);
+  EXPECT_EQ(lines.back(), "summary: frames=10 config=0 tcn=0 rst=0 mst=10 rejected=0 rate-limited=0");
+  EXPECT_EQ(tool("--read " + at("re.pcap")), lines);
+  EXPECT_EQ(status_, 0);
 
-    const std::string original = octets(vectors / file);  // the last frame loses 10 octets
-    std::ofstream(dir_ / "cut.pcap", std::ios::binary).write(original.data(), std::streamsize(original.size() - 10));
-    const Lines cut = tool("--read " + at("cut.pcap"));
-    ASSERT_FALSE(cut.empty());
-    EXPECT_EQ(Lines(cut.begin(), cut.end() - 1), Lines(lines.begin(), lines.end() - 2)) << "frames before the cut";
-    EXPECT_EQ(status_, 1);
-  }
+  const std::string original = octets(capture);  // the last frame loses 10 octets
+  std::ofstream(dir_ / "cut.pcap", std::ios::binary).write(original.data(), std::streamsize(original.size() - 10));
+  const Lines cut = tool("--read " + at("cut.pcap"));
+  EXPECT_EQ(status_, 1);
+  ASSERT_FALSE(cut.empty());
+  EXPECT_EQ(Lines(cut.begin(), cut.end() - 1), Lines(lines.begin(), lines.end() - 2)) << "frames before the cut";
 }
 
 // Windows of 10 s open at 0, 10.03 and 20.05 s into the capture; each admits two frames.
