@@ -5,8 +5,6 @@
 
 #include "BpduTestFrames.h"
 
-#include <gtest/gtest.h>
-
 #include <map>
 
 namespace StpTxRx::bpdutest {
