@@ -93,24 +93,21 @@ std::vector<FitRow> fitRows() {
   rows.push_back({"msti port priority 240", m, port(msti, &P::priority, 240), E::none});
   rows.push_back({"msti port priority 241", m, port(msti, &P::priority, 241), E::portPriorityStep});
   rows.push_back({"msti port number 4096", m, port(msti, &P::portNumber, 4096), E::none});
-  // The tag: 0 (priority only) to 4094; an untagged frame does not read the VLAN.
+  // The tag: 0 (priority only) to 4094; an untagged frame does not read the VLAN. PVST+: a VLAN of 1 to
+  // 4094, tagged or native; no MST form. (Its identifiers pass the checks above.)
   const Edit same = [](IntxInfo&) {};
+  const auto ieee = BpduEncapsulation::ieee, pvst = BpduEncapsulation::pvst;
+  using Link = std::tuple<BpduEncapsulation, bool, std::uint16_t, E>;
+  const Link links[] = {{ieee, true, 4094, E::none}, {ieee, true, 4095, E::tagVlanOutOfRange}, {ieee, true, 0, E::none},
+                        {ieee, false, 5000, E::none}, {pvst, false, 1, E::none}, {pvst, true, 1, E::none},
+                        {pvst, false, 4094, E::none}, {pvst, true, 4094, E::none}, {pvst, false, 0, E::pvstVlanOutOfRange},
+                        {pvst, true, 0, E::pvstVlanOutOfRange}, {pvst, false, 4095, E::pvstVlanOutOfRange},
+                        {pvst, true, 4095, E::pvstVlanOutOfRange}};
   for (BpduKind kind : {BpduKind::Config, BpduKind::Tcn, BpduKind::Rst, BpduKind::Mst}) {
-    const std::string n = bpduKindName(kind);
-    rows.push_back({n + " tag 4094", kind, same, E::none, BpduEncapsulation::ieee, true, 4094});
-    rows.push_back({n + " tag 4095", kind, same, E::tagVlanOutOfRange, BpduEncapsulation::ieee, true, 4095});
-    rows.push_back({n + " tag 0", kind, same, E::none, BpduEncapsulation::ieee, true, 0});
-    rows.push_back({n + " untagged 5000", kind, same, E::none, BpduEncapsulation::ieee, false, 5000});
-  }
-  // PVST+: a VLAN of 1 to 4094, tagged or native; no MST form. (Its identifiers pass the checks above.)
-  for (BpduKind kind : {BpduKind::Config, BpduKind::Tcn, BpduKind::Rst}) {
-    const std::string n = std::string("pvst ") + bpduKindName(kind);
-    for (bool tagged : {false, true}) {
-      const std::string t = tagged ? " tagged" : " native";
-      rows.push_back({n + t + " vlan 1", kind, same, E::none, BpduEncapsulation::pvst, tagged, 1});
-      rows.push_back({n + t + " vlan 4094", kind, same, E::none, BpduEncapsulation::pvst, tagged, 4094});
-      rows.push_back({n + t + " vlan 0", kind, same, E::pvstVlanOutOfRange, BpduEncapsulation::pvst, tagged, 0});
-      rows.push_back({n + t + " vlan 4095", kind, same, E::pvstVlanOutOfRange, BpduEncapsulation::pvst, tagged, 4095});
+    for (const auto& [e, tagged, vlan, error] : links) {
+      if (e == pvst && kind == m) continue;
+      rows.push_back({std::string(e == pvst ? "pvst " : "") + bpduKindName(kind) + (tagged ? " tag " : " untagged ") +
+                          std::to_string(vlan), kind, same, error, e, tagged, vlan});
     }
   }
   rows.push_back({"pvst mst", m, same, E::pvstMst, BpduEncapsulation::pvst, false, 5});
