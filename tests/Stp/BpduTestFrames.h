@@ -45,12 +45,8 @@ inline Octets hexOctets(std::string_view hex) {
 // MSTIs for MST (random when negative).
 inline IntxInfo::Ptr randomRecord(std::mt19937& rng, BpduKind kind, const Nelk::EthAddr& source, int mstis = -1) {
   auto u = [&](unsigned lo, unsigned hi) { return std::uniform_int_distribution<unsigned>(lo, hi)(rng); };
-  auto mac = [&] {
-    return Nelk::EthAddr(u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255));
-  };
-  auto bridgeId = [&](std::uint16_t ext, Nelk::EthAddr a) {
-    return BridgeId{static_cast<std::uint16_t>(u(0, 15) << 12), ext, a};
-  };
+  auto mac = [&] { return Nelk::EthAddr(u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255)); };
+  auto bridgeId = [&](std::uint16_t ext, Nelk::EthAddr a) { return BridgeId{std::uint16_t(u(0, 15) << 12), ext, a}; };
   auto timer = [&](unsigned lo, unsigned hi) { return Stp::TimerVal::fromWire(static_cast<std::uint16_t>(u(lo, hi))); };
   IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
   const std::uint8_t versions[] = {static_cast<std::uint8_t>(u(0, 1)), static_cast<std::uint8_t>(u(0, 1)), 2,
