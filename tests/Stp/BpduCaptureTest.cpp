@@ -2,8 +2,6 @@
 // octets, and tshark reads each as we do.
 #include "BpduTestFrames.h"
 
-#include <gtest/gtest.h>
-
 #if STPTXRX_HAVE_PCAP  // the captures are read through libpcap
 #include <stptxrx/pcap/Pcap.h>
 
@@ -12,34 +10,22 @@
 namespace StpTxRx::bpdutest {
 namespace {
 
-std::vector<pcap::PcapFrame> capture(const std::string& file) {
-  pcap::PcapReader in(vectors + file);
-  std::vector<pcap::PcapFrame> frames;
-  pcap::PcapFrame f;
-  while (in.next(f)) frames.push_back(f);
-  EXPECT_EQ(in.error(), "");
-  return frames;
-}
-
-struct Capture {
-  const char* file;
-  std::size_t frames;
-  BpduKind kind;
-};
+struct Capture { const char* file; std::size_t frames; BpduKind kind; };
 const Capture captures[] = {{"802.1D_spanning_tree.pcap", 14, BpduKind::Config},
                             {"802.1w_rapid_STP.pcap", 30, BpduKind::Rst},
                             {"MSTP_Intra-Region_BPDUs.pcap", 10, BpduKind::Mst}};
 
-TEST(BpduCaptureTest, EveryFrameDecodesAndReEncodesToItsOwnOctets) {
+TEST(BpduCaptureTest, EveryFrameDecodesReEncodesToItsOwnOctetsAndReadsInTsharkAsWeDo) {
   ASSERT_TRUE(std::filesystem::exists(vectors)) << "no captures at " << vectors;
+  const bool tshark = haveTshark();
   std::size_t tagged = 0;
   for (const Capture& c : captures) {
-    const auto frames = capture(c.file);
-    ASSERT_EQ(frames.size(), c.frames) << c.file;
-    for (std::size_t i = 0; i < frames.size(); ++i) {
-      SCOPED_TRACE(std::string(c.file) + " frame " + std::to_string(i + 1));
-      const Octets& octets = frames[i].data;
-      IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
+    pcap::PcapReader in(vectors + c.file);
+    std::vector<IntxInfo::Ptr> decoded;
+    for (pcap::PcapFrame frame; in.next(frame);) {
+      SCOPED_TRACE(std::string(c.file) + " frame " + std::to_string(decoded.size() + 1));
+      const Octets& octets = frame.data;
+      const IntxInfo::Ptr info = decoded.emplace_back(IntxInfo::IntxInfoIs(0));
       const BpduDecodeResult r = generateIntxInfoFromPkt(octets.data(), octets.size(), info.get());
       ASSERT_EQ(r.kind, c.kind) << bpduReasonText(r.reject);
       tagged += r.tagged;
@@ -52,20 +38,11 @@ TEST(BpduCaptureTest, EveryFrameDecodesAndReEncodesToItsOwnOctets) {
       const std::size_t end = (r.tagged ? taggedBpduLinkHeaderSize : bpduLinkHeaderSize) + r.bpduLength;
       EXPECT_EQ(octetsOf(e.pkt), Octets(octets.begin(), octets.begin() + static_cast<std::ptrdiff_t>(end)));
     }
+    EXPECT_EQ(in.error(), "");
+    ASSERT_EQ(decoded.size(), c.frames) << c.file;
+    if (tshark) expectTsharkReads(vectors + c.file, decoded);
   }
   EXPECT_GT(tagged, 0u) << "the MST capture has tagged frames";
-}
-TEST(BpduCaptureTest, TsharkReadsEveryFrameAsWeDo) {
-  ASSERT_TRUE(std::filesystem::exists(vectors)) << "no captures at " << vectors;
-  if (!haveTshark()) GTEST_SKIP() << "tshark is not installed";
-  for (const Capture& c : captures) {
-    std::vector<IntxInfo::Ptr> decoded;
-    for (const auto& frame : capture(c.file)) {
-      decoded.push_back(IntxInfo::IntxInfoIs(0));
-      ASSERT_TRUE(generateIntxInfoFromPkt(frame.data.data(), frame.data.size(), decoded.back().get()).valid());
-    }
-    expectTsharkReads(vectors + c.file, decoded);
-  }
 }
 
 }  // namespace

@@ -1,26 +1,18 @@
-// The rate-limited receive path of a port (BpduReceiver), and the filing of PVST+ BPDUs under their
-// originating VLAN.
+// The rate-limited receive path of a port (BpduReceiver).
 #include "BpduTestFrames.h"
 
 #include "support/RecordingReactor.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 
 namespace StpTxRx::bpdutest {
 namespace {
 
-// Rate limit: a script of frame arrival times and changes of the port's settings, the verdict of each
-// frame (A went on, D dropped) and the number of counter writes before the final flush.
-struct RateRow {
-  const char* script;  // "max=N", "interval=S", "off", "on", or an arrival time
-  const char* verdicts;
-  std::size_t writes;
-};
-
+// Rate limit: a script of frame arrival times and changes of the port's settings ("max=N", "interval=S",
+// "off", "on"), the verdict of each frame (A went on, D dropped) and the number of counter writes before
+// the final flush.
 TEST(BpduReceiverTest, WindowsOpenAtTheFirstFrameAfterTheLastEndDropsArePublishedOncePerWindow) {
-  const RateRow table[] = {
+  const struct { const char* script; const char* verdicts; std::size_t writes; } table[] = {
       {"max=2 0 1 2 9.99 10 11 12 25", "AADDAADA", 5},  // a frame at the end of a window opens the next
       {"max=0 0 1 20", "DDD", 1},                        // the window at 20 publishes the first two drops
       {"off 0 0 0", "AAA", 3},
@@ -30,7 +22,7 @@ TEST(BpduReceiverTest, WindowsOpenAtTheFirstFrameAfterTheLastEndDropsArePublishe
   };
   Zek::notifyEqualWrites_ = true;
   const Octets frame = mst();
-  for (const RateRow& row : table) {
+  for (const auto& row : table) {
     SCOPED_TRACE(row.script);
     RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("g")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
     port->rateLimitEnabledIs(true);

@@ -4,9 +4,7 @@
 
 // The tool's named samples (its own data, not an installed name).
 #include "../../tools/BpduSamples.h"
-#include <stptxrx/Stp/BpduRecordText.h>
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #if STPTXRX_HAVE_PCAP
@@ -60,21 +58,19 @@ TEST(BpduRoundTripTest, TsharkReadsFramesOfEveryKindAsTheirRecordsSay) {
   const std::string path = ::testing::TempDir() + "every-kind-" + std::to_string(::getpid()) + ".pcap";
   std::vector<IntxInfo::Ptr> records;
   pcap::PcapWriter out(path);
-  for (int i = 0; i < 16; ++i) {
-    const auto kind = static_cast<BpduKind>(i % 4);
+  std::string pvst;  // tshark's tag, type and originating VLAN of each PVST+ frame
+  for (int i = 0; i < 28; ++i) {
+    const int p = i - 16;  // IEEE frames first, then PVST+ ones
+    const auto kind = static_cast<BpduKind>(p < 0 ? i % 4 : p % 3);
+    const bool tagged = i % 2;
+    const auto vlan = static_cast<std::uint16_t>(p < 0 ? 10 : p < 6 ? 1 + p : 4094 - p);
     IntxInfo::Ptr r = randomRecord(rng, kind, portMac);
     if (kind == BpduKind::Mst) r->stpVersionIs({3}), r->configNameStringIs("region-" + std::to_string(i));
-    ASSERT_TRUE(out.write(*generateBpduFromIntxInfo(portSm(), r, i % 2, 10).pkt));
+    if (p >= 0 && kind != BpduKind::Rst) r->stpVersionIs({0});  // tshark warns of a version 1 BPDU
+    const auto e = p < 0 ? BpduEncapsulation::ieee : BpduEncapsulation::pvst;
+    ASSERT_TRUE(out.write(*generateBpduFromIntxInfo(e, portSm(), r, tagged, vlan).pkt));
     records.push_back(r);
-  }
-  std::string pvst;  // tshark's tag, type and originating VLAN of each PVST+ frame
-  for (int i = 0; i < 12; ++i) {
-    const auto kind = static_cast<BpduKind>(i % 3);
-    const bool tagged = i % 2;
-    const auto vlan = static_cast<std::uint16_t>(i < 6 ? 1 + i : 4094 - i);
-    records.push_back(randomRecord(rng, kind, portMac));
-    if (kind != BpduKind::Rst) records.back()->stpVersionIs({0});  // tshark warns of a version 1 BPDU
-    ASSERT_TRUE(out.write(*generatePvstBpduFromIntxInfo(portSm(), records.back(), tagged, vlan).pkt));
+    if (p < 0) continue;
     pvst += (tagged ? std::to_string(vlan) : "") + "|" + hex(kind == BpduKind::Tcn ? 0x80 : kind == BpduKind::Rst ? 2 : 0) +
             "|" + (kind == BpduKind::Tcn ? "" : std::to_string(vlan)) + "\n";
   }

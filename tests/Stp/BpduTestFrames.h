@@ -1,11 +1,11 @@
 #pragma once
 // What the BPDU codec tests share: records that hold only what the wire carries (random or fixed),
 // encoding into octets, views into a frame, and tshark's reading of a capture checked field by field.
+#include <stptxrx/Stp/BpduRecordText.h>
+#include <stptxrx/Stp/BpduText.h>
 #include <stptxrx/Stp/StpBpduCodec.h>
 #include <stptxrx/Stp/StpTxRxUtils.h>
 #include <stptxrx/state/RxStatus.h>
-
-#include "support/AllocCounter.h"
 
 #include <gtest/gtest.h>
 
@@ -31,17 +31,22 @@ inline Stp::MstPortSm::Ptr portSm(const Nelk::EthAddr& mac = portMac) {
 
 inline Octets octetsOf(const Nelk::Pkt::Ptr& pkt) { return Octets(pkt->data(), pkt->data() + pkt->size()); }
 
+// "01 80 c2 ..." as octets: two hex digits each, spaces anywhere between them.
+inline Octets hexOctets(std::string_view hex) {
+  Octets out;
+  for (std::size_t i = 0; i < hex.size(); i += hex[i] == ' ' ? 1 : 2) {
+    if (hex[i] != ' ') out.push_back(static_cast<std::uint8_t>(std::stoul(std::string(hex.substr(i, 2)), nullptr, 16)));
+  }
+  return out;
+}
+
 // A record of `kind` holding only what the wire carries: the fields a kind does not carry are zero,
 // MSTI bridge and port ids repeat the CIST address and port number, extensions are the MSTID; `mstis`
 // MSTIs for MST (random when negative).
 inline IntxInfo::Ptr randomRecord(std::mt19937& rng, BpduKind kind, const Nelk::EthAddr& source, int mstis = -1) {
   auto u = [&](unsigned lo, unsigned hi) { return std::uniform_int_distribution<unsigned>(lo, hi)(rng); };
-  auto mac = [&] {
-    return Nelk::EthAddr(u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255));
-  };
-  auto bridgeId = [&](std::uint16_t ext, Nelk::EthAddr a) {
-    return BridgeId{static_cast<std::uint16_t>(u(0, 15) << 12), ext, a};
-  };
+  auto mac = [&] { return Nelk::EthAddr(u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255), u(0, 255)); };
+  auto bridgeId = [&](std::uint16_t ext, Nelk::EthAddr a) { return BridgeId{std::uint16_t(u(0, 15) << 12), ext, a}; };
   auto timer = [&](unsigned lo, unsigned hi) { return Stp::TimerVal::fromWire(static_cast<std::uint16_t>(u(lo, hi))); };
   IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
   const std::uint8_t versions[] = {static_cast<std::uint8_t>(u(0, 1)), static_cast<std::uint8_t>(u(0, 1)), 2,
@@ -108,40 +113,23 @@ View& body(Octets& frame, std::size_t offset = 0) {
   return *reinterpret_cast<View*>(frame.data() + bpduLinkHeaderSize + offset);
 }
 
-inline void lengthIs(Octets& frame, std::uint16_t length) {
-  reinterpret_cast<BpduLinkHeader*>(frame.data())->length = length;
-}
-
-/// One row of the validation table: a frame, and the verdict it must get.
-struct Row {
-  const char* name;
-  std::function<Octets()> frame;
-  BpduKind kind;
-  BpduReason reject = BpduReason::none;
-  BpduReason fallback = BpduReason::none;
-};
-/// The IEEE rules, one row each with the boundaries that must still pass (BpduDecodeTest.cpp).
-const std::vector<Row>& ieeeRows();
-/// The MST frame the IEEE rows start from.
+/// The frame of mstRecord().
 inline Octets mst() { return encode(mstRecord()); }
 
-// The heap allocations of 50 rounds of the hot paths once warm: `frame` decoded into an existing record,
-// received into an existing port's status, and `encodeOne` (an encoder on an existing record, true when it
-// encoded) with the packet pool warm. Every round must succeed.
-template <class Encode>
-std::size_t warmCodecAllocations(const Octets& frame, Encode encodeOne) {
-  IntxInfo::Ptr info = IntxInfo::IntxInfoIs(0);
-  RxMstPortStatus::Ptr port = RxStatus::RxStatusIs()->rxMstStatusIs("mst")->rxMstPortStatusIs(Nelk::IntfId("Et1"));
-  generateIntxInfoFromPkt(frame.data(), frame.size(), info.get());
-  receiveBpdu(port, 1, frame.data(), frame.size());
-  encodeOne();
-  Zek::test::AllocScope scope;
-  for (int i = 0; i < 50; ++i) {
-    EXPECT_TRUE(generateIntxInfoFromPkt(frame.data(), frame.size(), info.get()).valid());
-    EXPECT_TRUE(receiveBpdu(port, 1, frame.data(), frame.size()).valid());
-    EXPECT_TRUE(encodeOne());
-  }
-  return scope.count();
+// The line of the frame the encoder builds from `text` (the recordFromText form) as it is decoded.
+inline std::string lineOf(const std::string& text) {
+  const RecordTextResult r = recordFromText(text);
+  EXPECT_TRUE(r) << r.message();
+  const BpduEncodeResult e =
+      generateBpduFromIntxInfo(r.recipe.encapsulation, portSm(), intxRecord(r.recipe.values), r.recipe.tagged, r.recipe.vlan);
+  EXPECT_TRUE(e) << bpduEncodeErrorText(e.error);
+  if (!e) return {};
+  const IntxInfo::Ptr back = IntxInfo::IntxInfoIs(0);
+  const BpduDecodeResult d = generateIntxInfoFromPkt(e.pkt->data(), e.pkt->size(), back.get());
+  std::ostringstream os;
+  writeBpduText(os, d, back.get(), e.pkt->size());
+  EXPECT_EQ(os.str(), bpduText(d, back.get(), e.pkt->size()));
+  return os.str();
 }
 
 /// tshark is there to ask.
@@ -155,16 +143,9 @@ inline std::string run(const std::string& command) {
   return out;
 }
 
-// What tshark must show of a record, field by field (timers in whole seconds, one value per MSTI joined
-// by commas, nothing but version and type for a TCN, no MST fields for the other kinds).
 inline std::string text(const auto& v) {
   std::ostringstream os;
   os << v;
-  return os.str();
-}
-inline std::string seconds(Stp::TimerVal t) {
-  std::ostringstream os;
-  os << std::setprecision(12) << t.wire() / 256.0;
   return os.str();
 }
 inline std::string hex(unsigned v, int digits = 2) {
@@ -172,70 +153,58 @@ inline std::string hex(unsigned v, int digits = 2) {
   std::snprintf(b, sizeof b, "0x%0*x", digits, v);
   return b;
 }
-using Cist = std::function<std::string(const IntxInfo&, const IntxMstiInfo&)>;
-using Msti = std::function<std::string(const IntxMstiInfo&)>;
-inline Cist each(Msti f) {
-  return [f](const IntxInfo& info, const IntxMstiInfo&) {
+
+// The fields tshark is asked for, and what it must show of a record in them: timers in seconds, one value
+// per MSTI joined by commas, nothing but version and type for a TCN, no MST fields for the other kinds.
+const char* const tsharkFields =
+    "stp.version stp.type stp.flags stp.root.prio stp.root.ext stp.root.hw stp.root.cost stp.bridge.prio "
+    "stp.bridge.ext stp.bridge.hw stp.port stp.msg_age stp.max_age stp.hello stp.forward mstp.config_name "
+    "mstp.config_revision_level mstp.config_digest mstp.cist_internal_root_path_cost mstp.cist_bridge.prio "
+    "mstp.cist_bridge.ext mstp.cist_bridge.hw mstp.cist_remaining_hops mstp.msti.msti_id mstp.msti.flags "
+    "mstp.msti.priority mstp.msti.root.hw mstp.msti.root_cost mstp.msti.bridge_priority mstp.msti.port_priority "
+    "mstp.msti.remaining_hops";
+inline std::string tsharkLine(const IntxInfo& info) {
+  std::ostringstream os;
+  os << unsigned{info.stpVersion().value} << '|' << hex(info.intxInfoType().value) << std::setprecision(12);
+  const auto e = info.mstiN(0);
+  const bool mst = info.stpVersion().value >= 3;
+  if (!e) return os.str() + std::string(29, '|');
+  auto id = [&os](const BridgeId& b) { os << '|' << b.priority << '|' << b.systemIdExtension << '|' << b.address; };
+  os << '|' << hex(e->flags().value);
+  id(e->cistRootBridgeId());
+  os << '|' << e->cistExtRootPathCost();
+  id(mst ? e->cistRegionalRootBridgeId() : e->bridgeId());  // what the octets at 17 hold
+  os << '|' << hex(Stp::portIdWire(e->portId()).value(), 4);
+  for (Stp::TimerVal t : {e->messageAge(), e->maxAge(), e->helloTime(), e->fwdDelay()}) os << '|' << t.wire() / 256.0;
+  if (!mst) return os.str() + std::string(16, '|');
+  os << '|' << info.configNameString().str() << '|' << info.configRevisionLevel() << '|' << info.configDigest() << '|'
+     << e->intRootPathCost();
+  id(e->bridgeId());
+  os << '|' << unsigned{e->remainingHops()};
+  const std::function<std::string(const IntxMstiInfo&)> mstiFields[] = {
+      [](auto& m) { return text(m.key()); }, [](auto& m) { return hex(m.flags().value); },
+      [](auto& m) { return hex(m.regionalRootBridgeId().priority >> 12); },
+      [](auto& m) { return text(m.regionalRootBridgeId().address); }, [](auto& m) { return text(m.intRootPathCost()); },
+      [](auto& m) { return text(m.bridgeId().priority >> 12); }, [](auto& m) { return text(m.portId().priority >> 4); },
+      [](auto& m) { return text(unsigned{m.remainingHops()}); }};
+  for (const auto& field : mstiFields) {
     std::string joined;
-    for (const auto& [key, m] : info.mstiN()) {
-      if (key.value() != 0) joined += (joined.empty() ? "" : ",") + f(*m);
-    }
-    return joined;
-  };
+    for (const auto& [key, m] : info.mstiN()) joined += key.value() == 0 ? "" : (joined.empty() ? "" : ",") + field(*m);
+    os << '|' << joined;
+  }
+  return os.str();
 }
-inline const BridgeId& offset17(const IntxInfo& i, const IntxMstiInfo& e) {
-  return i.stpVersion().value >= 3 ? e.cistRegionalRootBridgeId() : e.bridgeId();
-}
-const std::vector<std::pair<const char*, Cist>> tsharkFields = {
-    {"stp.flags", [](auto&, auto& e) { return hex(e.flags().value); }},
-    {"stp.root.prio", [](auto&, auto& e) { return text(e.cistRootBridgeId().priority); }},
-    {"stp.root.ext", [](auto&, auto& e) { return text(e.cistRootBridgeId().systemIdExtension); }},
-    {"stp.root.hw", [](auto&, auto& e) { return text(e.cistRootBridgeId().address); }},
-    {"stp.root.cost", [](auto&, auto& e) { return text(e.cistExtRootPathCost()); }},
-    {"stp.bridge.prio", [](auto& i, auto& e) { return text(offset17(i, e).priority); }},
-    {"stp.bridge.ext", [](auto& i, auto& e) { return text(offset17(i, e).systemIdExtension); }},
-    {"stp.bridge.hw", [](auto& i, auto& e) { return text(offset17(i, e).address); }},
-    {"stp.port", [](auto&, auto& e) { return hex(Stp::portIdWire(e.portId()).value(), 4); }},
-    {"stp.msg_age", [](auto&, auto& e) { return seconds(e.messageAge()); }},
-    {"stp.max_age", [](auto&, auto& e) { return seconds(e.maxAge()); }},
-    {"stp.hello", [](auto&, auto& e) { return seconds(e.helloTime()); }},
-    {"stp.forward", [](auto&, auto& e) { return seconds(e.fwdDelay()); }},
-    {"mstp.config_name", [](auto& i, auto&) { return i.configNameString().str(); }},
-    {"mstp.config_revision_level", [](auto& i, auto&) { return text(i.configRevisionLevel()); }},
-    {"mstp.config_digest", [](auto& i, auto&) { return text(i.configDigest()); }},
-    {"mstp.cist_internal_root_path_cost", [](auto&, auto& e) { return text(e.intRootPathCost()); }},
-    {"mstp.cist_bridge.prio", [](auto&, auto& e) { return text(e.bridgeId().priority); }},
-    {"mstp.cist_bridge.ext", [](auto&, auto& e) { return text(e.bridgeId().systemIdExtension); }},
-    {"mstp.cist_bridge.hw", [](auto&, auto& e) { return text(e.bridgeId().address); }},
-    {"mstp.cist_remaining_hops", [](auto&, auto& e) { return text(unsigned{e.remainingHops()}); }},
-    {"mstp.msti.msti_id", each([](auto& m) { return text(m.key()); })},
-    {"mstp.msti.flags", each([](auto& m) { return hex(m.flags().value); })},
-    {"mstp.msti.priority", each([](auto& m) { return hex(m.regionalRootBridgeId().priority >> 12); })},
-    {"mstp.msti.root.hw", each([](auto& m) { return text(m.regionalRootBridgeId().address); })},
-    {"mstp.msti.root_cost", each([](auto& m) { return text(m.intRootPathCost()); })},
-    {"mstp.msti.bridge_priority", each([](auto& m) { return text(m.bridgeId().priority >> 12); })},
-    {"mstp.msti.port_priority", each([](auto& m) { return text(m.portId().priority >> 4); })},
-    {"mstp.msti.remaining_hops", each([](auto& m) { return text(unsigned{m.remainingHops()}); })},
-};
-constexpr std::size_t firstMstField = 13;
 
 // tshark reads every frame of `path` as `records` say (one per frame), without a malformed packet.
 inline void expectTsharkReads(const std::string& path, const std::vector<IntxInfo::Ptr>& records) {
-  std::string command = "tshark -r '" + path + "' -T fields -E separator='|' -e stp.version -e stp.type";
-  for (const auto& [field, value] : tsharkFields) command += std::string(" -e ") + field;
+  std::string command = "tshark -r '" + path + "' -T fields -E separator='|'", field, line;
+  for (std::istringstream fields(tsharkFields); fields >> field;) command += " -e " + field;
   std::istringstream lines(run(command + " 2>/dev/null"));
   for (std::size_t n = 0; n < records.size(); ++n) {
-    const IntxInfo& info = *records[n];
-    std::string line, expected = text(unsigned{info.stpVersion().value}) + "|" + hex(info.intxInfoType().value);
     ASSERT_TRUE(std::getline(lines, line)) << path;
-    for (std::size_t f = 0; f < tsharkFields.size(); ++f) {
-      const bool shown = info.mstiN(0) && (f < firstMstField || info.stpVersion().value >= 3);
-      expected += "|" + (shown ? tsharkFields[f].second(info, *info.mstiN(0)) : "");
-    }
-    EXPECT_EQ(line, expected) << path << " frame " << n + 1;
+    EXPECT_EQ(line, tsharkLine(*records[n])) << path << " frame " << n + 1;
   }
   EXPECT_EQ(run("tshark -r '" + path + "' -V 2>/dev/null | grep -ci malformed"), "0\n");
 }
-
 
 }  // namespace StpTxRx::bpdutest

@@ -1,35 +1,19 @@
 // BPDU frame construction: frame allocation and link headers, RST encoding (the golden frame; tshark reads
 // the sample records' frames in BpduRoundTripTest), allocation failure, assertions, priorities and the decisions.
-#include <stptxrx/Stp/BpduRecordText.h>
-#include <stptxrx/Stp/StpTxRxUtils.h>
-#include <stptxrx/net/Pkt.h>
 #include <stptxrx/runtime/Exception.h>
 
+#include "BpduTestFrames.h"
 #include "support/TraceCapture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <limits>
-#include <sstream>
-#include <string>
-#include <vector>
 
-namespace StpTxRx {
+namespace StpTxRx::bpdutest {
 namespace {
 
-using Octets = std::vector<std::uint8_t>;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
-
-const Nelk::EthAddr portMac(0x02, 0x00, 0x00, 0x00, 0x00, 0x07);
-
-Octets octets(const std::uint8_t* p, std::size_t n) { return Octets(p, p + n); }
-
-Stp::MstPortSm::Ptr portSm() {
-  return Stp::MstPortSm::MstPortSmIs(Stp::Port::PortIs(Nelk::IntfId("Ethernet7"), portMac));
-}
 
 IntxInfo::Ptr goldenRecord() { return rstRecord(goldenCist()); }
 
@@ -47,11 +31,9 @@ TEST(StpTxRxGetPktTest, FrameIsHeaderThenBodyWithBpduPointingAt17) {
     ASSERT_EQ(pkt->size(), size + 17);
     ASSERT_EQ(reinterpret_cast<std::uint8_t*>(bpdu), pkt->data() + 17);
     std::fill_n(reinterpret_cast<std::uint8_t*>(bpdu), size, 0xee);  // the whole body is writable in place
-    EXPECT_EQ(octets(pkt->data(), 17),
-              (Octets{0x01, 0x80, 0xc2, 0x00, 0x00, 0x00,                                // bridge group address
-                      0x02, 0x00, 0x00, 0x00, 0x00, 0x07,                                // source, octets as held
-                      std::uint8_t((size + 3) >> 8), std::uint8_t(size + 3),  // length: LLC + body
-                      0x42, 0x42, 0x03}));                                               // LLC DSAP, SSAP, UI
+    Octets expected = hexOctets("0180c2000000 020000000007 0000 424203");  // group address, source, length, LLC
+    expected[12] = std::uint8_t((size + 3) >> 8), expected[13] = std::uint8_t(size + 3);  // LLC + body
+    EXPECT_EQ(Octets(pkt->data(), pkt->data() + 17), expected);
   }
 }
 
@@ -59,11 +41,8 @@ TEST(WriteBpduLinkHeaderTest, TaggedFormCarriesPriority7Dei0AndTheLow12VlanBits)
   Octets buffer(21 + 2, 0xee);
   Stp::CommonBpdu* body = writeBpduLinkHeader(buffer.data(), portMac, 1000, Bridging::VlanIdOrNone(0xf123));
   EXPECT_EQ(reinterpret_cast<std::uint8_t*>(body), buffer.data() + 21);
-  EXPECT_EQ(buffer, (Octets{0x01, 0x80, 0xc2, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x07,
-                            0x81, 0x00,                        // tag protocol identifier
-                            0xe1, 0x23,                        // tag control: priority 7, DEI 0, VLAN 0x123
-                            0x03, 0xeb,                        // length 1000 + 3
-                            0x42, 0x42, 0x03, 0xee, 0xee}));   // LLC; nothing beyond
+  // Tag control: priority 7, DEI 0, VLAN 0x123; length 1000 + 3; LLC; nothing beyond.
+  EXPECT_EQ(buffer, hexOctets("0180c2000000 020000000007 8100 e123 03eb 424203 eeee"));
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -81,14 +60,10 @@ TEST(PriorityTest, BridgePriorityWrapsAt16BitsAndTheFullFormIsRangeChecked) {
   const std::int64_t refused[] = {-1, 0xF001, 0x10000, 70000, 0x10000 + 4096, std::int64_t{1} << 32,
                                 std::numeric_limits<std::int64_t>::min()};
   for (std::int64_t v : fits) EXPECT_EQ(checkedBridgePriority(v).value, v);
+  const std::string refusal = "BridgePriority::value < BridgePriority::minBridgePriority or > "
+                              "BridgePriority::maxBridgePriority not allowed";
   for (std::int64_t v : refused) {
-    try {
-      checkedBridgePriority(v);
-      ADD_FAILURE() << v << ": no exception";
-    } catch (const Zek::RangeException& e) {
-      EXPECT_STREQ(e.what(), "BridgePriority::value < BridgePriority::minBridgePriority or > "
-                             "BridgePriority::maxBridgePriority not allowed");
-    }
+    EXPECT_THAT([v] { checkedBridgePriority(v); }, ::testing::ThrowsMessage<Zek::RangeException>(refusal)) << v;
   }
   EXPECT_EQ(portPriority(15), 240);
   EXPECT_EQ(portPriority(17), 16) << "8 bits kept";
@@ -107,15 +82,11 @@ TEST(GeneratePktTest, GoldenRecordGivesTheReferenceFrame) {
   info->mstiNIs(1)->bridgeIdIs(Stp::BridgeId{0xF000, 0xfff, Nelk::EthAddr(9, 9, 9, 9, 9, 9)});
   Nelk::Pkt::Ptr pkt = generatePktFromIntxInfo(portSm(), info, false);
   ASSERT_TRUE(pkt);
-  EXPECT_EQ(octets(pkt->data(), pkt->size()),
-            (Octets{0x01, 0x80, 0xc2, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x00, 0x07,  // group address, port's
-                    0x00, 0x27, 0x42, 0x42, 0x03,                    // length 3 + 36, LLC
-                    0x00, 0x00, 0x02, 0x02, 0x3c,                    // protocol, version RSTP, type RST, flags
-                    0x80, 0x01, 0x00, 0x11, 0x22, 0x33, 0x44, 0x55,  // root 32768/1/00:11:22:33:44:55
-                    0x00, 0x00, 0x4e, 0x20,                          // root path cost 20000
-                    0x10, 0x00, 0x00, 0xaa, 0xbb, 0xcc, 0xdd, 0xee,  // bridge 4096/0/00:aa:bb:cc:dd:ee
-                    0x80, 0x03, 0x00, 0x00, 0x14, 0x00,              // port 128/3, message age 0, max age 20 s
-                    0x02, 0x00, 0x0f, 0x00, 0x00}));                 // hello 2 s, forward delay 15 s, v1 length
+  // Group address, the port's; length 3 + 36, LLC; protocol, version RSTP, type RST, flags; root
+  // 32768/1/00:11:22:33:44:55, cost 20000; bridge 4096/0/00:aa:bb:cc:dd:ee; port 128/3; message age 0,
+  // max age 20 s, hello 2 s, forward delay 15 s; version 1 length.
+  EXPECT_EQ(octetsOf(pkt), hexOctets("0180c2000000 020000000007 0027 424203 0000 02 02 3c 8001001122334455 00004e20 "
+                                     "100000aabbccddee 8003 0000 1400 0200 0f00 00"));
 }
 
 // Each call traces what it does at level 8; an exhausted pool gives no packet, leaves the body pointer alone
@@ -178,27 +149,19 @@ TEST(GeneratePktDeathTest, PreconditionsAbortWithTheirAssertionTexts) {
 // operational) and global default, with the outcome written out: mode 1 (enabled) filters always, mode 0
 // (follow default) only in the last cell, every other mode never.
 TEST(MstBpdufilterPktTest, EnabledFiltersFollowDefaultNeedsAllThreeAndOtherModesNever) {
-  struct Case {
-    std::uint8_t mode;
-    // One character per (allowed, status, global) in loop order: allowed 0/1, status none/off/on, global 0/1.
-    const char* filtered;
-  };
-  const Case table[] = {
-      {0, "000000" "000001"}, {1, "111111" "111111"}, {2, "000000" "000000"},
-      {3, "000000" "000000"}, {255, "000000" "000000"},
-  };
+  // One character per (allowed, status, global) in loop order: allowed 0/1, status none/off/on, global 0/1.
+  struct Case { std::uint8_t mode; const char* filtered; };
+  const Case table[] = {{0, "000000" "000001"}, {1, "111111" "111111"}, {2, "000000" "000000"},
+                        {3, "000000" "000000"}, {255, "000000" "000000"}};
   for (const Case& c : table) {
-    int cell = 0;
-    for (bool allowed : {false, true}) {
-      for (int status : {-1, 0, 1}) {
-        for (bool global : {false, true}) {
-          const bool filtered = mstBpdufilterPkt(
-              Stp::PortConfig::PortConfigIs(Stp::BpdufilterMode{c.mode}, allowed),
-              status < 0 ? nullptr : Stp::StpiPortStatus::StpiPortStatusIs(status == 1), Stp::Config::ConfigIs(global));
-          EXPECT_EQ(filtered, c.filtered[cell++] == '1')
-              << "mode " << unsigned{c.mode} << " allowed " << allowed << " status " << status << " global " << global;
-        }
-      }
+    for (int cell = 0; cell < 12; ++cell) {
+      const bool allowed = cell / 6, global = cell % 2;
+      const int status = cell / 2 % 3 - 1;
+      const bool filtered = mstBpdufilterPkt(
+          Stp::PortConfig::PortConfigIs(Stp::BpdufilterMode{c.mode}, allowed),
+          status < 0 ? nullptr : Stp::StpiPortStatus::StpiPortStatusIs(status == 1), Stp::Config::ConfigIs(global));
+      EXPECT_EQ(filtered, c.filtered[cell] == '1')
+          << "mode " << unsigned{c.mode} << " allowed " << allowed << " status " << status << " global " << global;
     }
   }
 }
@@ -217,4 +180,4 @@ TEST(LogSpanTreeIntfTest, TruthTable) {
 }
 
 }  // namespace
-}  // namespace StpTxRx
+}  // namespace StpTxRx::bpdutest
