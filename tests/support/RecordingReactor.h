@@ -22,9 +22,7 @@ class RecordingReactor : public NotifieeConst {
   using Action = std::function<void(AttributeId id, const void* key)>;
 
   explicit RecordingReactor(const Ptr<PtrInterface const>& notifier) {
-    notifierIs(notifier);
-    isRegisteredNotifieeIs(true);
-    hasNotificationActiveIs(true);
+    notifierIs(notifier), isRegisteredNotifieeIs(true), hasNotificationActiveIs(true);
   }
   static Ptr<RecordingReactor> RecordingReactorIs(const Ptr<PtrInterface const>& notifier) {
     return Ptr<RecordingReactor>(new RecordingReactor(notifier));
@@ -39,7 +37,6 @@ class RecordingReactor : public NotifieeConst {
   void actionIs(Action action) { action_ = std::move(action); }
 
   const std::vector<AttributeId>& ids() const { return ids_; }
-  std::size_t count() const { return ids_.size(); }
   std::size_t count(AttributeId id) const { return static_cast<std::size_t>(std::count(ids_.begin(), ids_.end(), id)); }
   void clear() { ids_.clear(); }
 

@@ -41,14 +41,11 @@ inline void play(TraceCapture& cap, const char* origin, const TraceCapture::Abbr
 
 /// What a reinstantiation error raised by `call` names ("Type::attribute"), or "no exception".
 template <class Call>
-std::string reinstantiationOf(Call&& call) {
-  try {
-    call();
-  } catch (const MutatorReinstantiatingException& e) {
-    const std::string what = e.what();
-    return what.substr(0, what.find(": "));
-  }
-  return "no exception";
+std::string reinstantiationOf(Call&& call) try {
+  return call(), "no exception";
+} catch (const MutatorReinstantiatingException& e) {
+  const std::string what = e.what();
+  return what.substr(0, what.find(": "));
 }
 
 }  // namespace Zek::test
