@@ -145,9 +145,8 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
   EXPECT_EQ(dst->peerUpdateCtrTime(), 0.0) << "the former source is no longer watched";
   // A child asked for again with other values raises, naming the attribute that differs, and stays.
   const auto raised = [](auto&& call) { return Zek::test::reinstantiationOf(call); };
-  RxStatus::Ptr clash = RxStatus::RxStatusIs();
-  clash->rxMstStatusIs("K");
-  EXPECT_EQ(raised([&] { top->sourceIs(clash); }), "RxMstStatusToRxDynamicSyncer::source");
+  const RxStatus::Ptr clash = RxStatus::RxStatusIs();
+  EXPECT_EQ(raised([&] { clash->rxMstStatusIs("K"), top->sourceIs(clash); }), "RxMstStatusToRxDynamicSyncer::source");
   EXPECT_EQ(raised([&] { top->mstDynSyncerSmIs("K", other->rxMstStatus("K"), src); }), "RxMstStatusToRxDynamicSyncer::rxStatus");
   auto group = rxMstStatusToRxDynamicSyncerFactory("G", src->rxMstStatus("G"), dst);
   auto* child = group->mstDynPortSm(et1);

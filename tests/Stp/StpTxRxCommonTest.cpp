@@ -67,11 +67,10 @@ TEST_F(CopyIntxInfoTest, SourceChangedMidCopyIsFollowedFromTheNextKeyAndEqualCou
 TEST_F(CopyIntxInfoTest, AnEntryRemovedAndReleasedDuringItsFirstWriteTakesTheRemainingWrites) {
   src = test::recordOf(10, {0, 3, 5}, 0), dst = test::recordOf(20, {0}, 0);
   Zek::Ptr<Zek::test::RecordingReactor> watcher;
-  auto observer = Zek::test::RecordingReactor::RecordingReactorIs(dst);
-  observer->actionIs([&](Zek::AttributeId id, const void* key) {
+  auto observer = Zek::test::RecordingReactor::RecordingReactorIs(dst, [&](Zek::AttributeId id, const void* key) {
     if (id != IntxInfo::idMstiN || static_cast<const BridgeSystemId*>(key)->value() != 3 || watcher) return;
-    watcher = Zek::test::RecordingReactor::RecordingReactorIs(dst->mstiN(3));
-    watcher->actionIs([&](Zek::AttributeId, const void*) { watcher->notifierIs(nullptr), dst->mstiNDel(3); });
+    watcher = Zek::test::RecordingReactor::RecordingReactorIs(
+        dst->mstiN(3), [&](Zek::AttributeId, const void*) { watcher->notifierIs(nullptr), dst->mstiNDel(3); });
   });
   copyIntxInfo(src, dst);
   EXPECT_EQ(keysOf(*dst), "0 5 ");

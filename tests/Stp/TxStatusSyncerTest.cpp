@@ -1,6 +1,6 @@
-// TxStatusToTxSyncer: the exact traces and destination writes of each step, the order in which destination members and reactors come and
-// go, the deletion mark and notification switch, re-pointing, reactors unbound by the destination's readers,
-// null trees, reinstantiation errors, teardown and the hot path.
+// TxStatusToTxSyncer: the exact traces and destination writes of each step, the order in which destination
+// members and reactors come and go, the deletion mark and notification switch, re-pointing, reactors
+// unbound by the destination's readers, null trees, reinstantiation errors, teardown and the hot path.
 #include <stptxrx/Stp/StpTxStatusSyncer.h>
 
 #include "support/AllocCounter.h"
@@ -49,7 +49,7 @@ struct TreeLog {
     });
   }
   void watch(const Zek::Ptr<Zek::PtrInterface const>& n, RecordingReactor::Action action) {
-    (reactors_.emplace_back(RecordingReactor::RecordingReactorIs(n)))->actionIs(std::move(action));
+    reactors_.push_back(RecordingReactor::RecordingReactorIs(n, std::move(action)));
   }
   void add(const std::string& write) { log_ += (log_.empty() ? "" : " ") + write; }
   std::vector<Zek::Ptr<RecordingReactor>> reactors_;
@@ -251,13 +251,11 @@ TEST_F(TxToTxTest, RepointingRebindsWithoutACopy) {
 // handler: the reactor that called the handler must notice and stop.
 TEST_F(TxToTxTest, ReactorsUnboundByADestinationReaderStop) {
   make();
-  auto reader = RecordingReactor::RecordingReactorIs(dst);
-  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
+  auto reader = RecordingReactor::RecordingReactorIs(dst, [&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
   src->txMstStatusIs("g1");
   EXPECT_TRUE(dst->txMstStatus("g1") && !syncer->zekTxMstStatusSm("g1")) << "no reactor built once detached";
   make();
-  reader = RecordingReactor::RecordingReactorIs(dst->txMstStatus("g1"));
-  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->txMstStatusDel("g1"); });
+  reader = RecordingReactor::RecordingReactorIs(dst->txMstStatus("g1"), [&](Zek::AttributeId, const void*) { syncer->txMstStatusDel("g1"); });
   Zek::test::TraceCapture cap({"StpTxStatusSyncer/8"});
   portIs(*src, "g1", "Ethernet1");
   EXPECT_FALSE(syncer->zekTxMstStatusSm("g1"));

@@ -133,8 +133,7 @@ TEST_F(TxToRxTest, ReactorsWithoutOwnerOrUnboundByADestinationReaderStop) {
   Zek::Ptr<TxStatusToRxSyncer::ZekTxMstStatusSm> orphan(new TxStatusToRxSyncer::ZekTxMstStatusSm(groupA, nullptr));
   EXPECT_TRUE(!orphan->initialized() && !orphan->rxMstStatus());
   syncer = txStatusToRxSyncerFactory(tx, rx);
-  auto reader = RecordingReactor::RecordingReactorIs(rx);
-  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
+  auto reader = RecordingReactor::RecordingReactorIs(rx, [&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
   tx->txMstStatusIs("C");
   EXPECT_TRUE(rx->rxMstStatus("C") && !syncer->zekTxMstStatus("C"));
 }

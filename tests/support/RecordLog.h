@@ -22,13 +22,13 @@ namespace StpTxRx::test {
 ///   EXPECT_EQ(log.take(), test::RecordLog::expand("R 0 +5 5 -7"));
 class RecordLog {
  public:
-  explicit RecordLog(const IntxInfo::Ptr& record) : record_(Zek::test::RecordingReactor::RecordingReactorIs(record)) {
-    record_->actionIs([this, r = record.get()](Zek::AttributeId id, const void* key) {
+  explicit RecordLog(const IntxInfo::Ptr& record) {
+    reactors_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(record, [this, r = record.get()](Zek::AttributeId id, const void* key) {
       if (id != IntxInfo::idMstiN) return add(recordNames[id - IntxInfo::idNeighborAddr]);
       const BridgeSystemId k = *static_cast<const BridgeSystemId*>(key);
       if (Zek::Ptr<IntxMstiInfo> entry = r->mstiN(k)) watch(entry);
       add((r->mstiN(k) ? "+" : "-") + std::to_string(k.value()));
-    });
+    }));
     for (const auto& [k, entry] : record->mstiN()) watch(record->mstiN(k));
   }
 
@@ -66,14 +66,14 @@ class RecordLog {
     if (hook) hook(line);
   }
   void watch(const Zek::Ptr<IntxMstiInfo>& entry) {
-    entries_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(entry));
-    entries_.back()->actionIs([this, k = std::to_string(entry->key().value())](Zek::AttributeId id, const void*) {
-      add(k + "." + entryNames[id - IntxMstiInfo::idFlags]);
-    });
+    reactors_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(
+        entry, [this, k = std::to_string(entry->key().value())](Zek::AttributeId id, const void*) {
+          add(k + "." + entryNames[id - IntxMstiInfo::idFlags]);
+        }));
   }
 
-  Zek::Ptr<Zek::test::RecordingReactor> record_;
-  std::vector<Zek::Ptr<Zek::test::RecordingReactor>> entries_;
+  std::vector<Zek::Ptr<Zek::test::RecordingReactor>> reactors_;  // the record's, then its entries'
+
   std::string log_;
 };
 

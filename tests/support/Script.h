@@ -18,8 +18,7 @@ namespace Zek::test {
 struct Step {
   const char* what;
   std::function<void()> op;
-  std::string traces;
-  std::string shows;
+  std::string traces, shows;
 };
 
 /// Runs each step of `script` with `cap` capturing and notifyEqualWrites_ on (every write shows, equal or
