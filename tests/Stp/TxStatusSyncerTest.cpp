@@ -173,13 +173,15 @@ TEST_F(TxToTxTest, EachStepWritesAndTracesExactlyThis) {
   });
 }
 
-TEST_F(TxToTxTest, CounterScalarAndHeartbeatChangesAllocateNothing) {
+TEST_F(TxToTxTest, CounterScalarAndHeartbeatChangesAreMirroredWithoutAllocating) {
   TxMstPortStatus::Ptr p = portIs(*src, "g1", "Ethernet1");
   const auto write = [&](std::uint8_t i) { p->txUpdateIs(10, i), p->txNewInfoIs(i), p->txHelloWhenOnIs(TimerVal(0, i)), src->heartbeatTimeoutIs(i); };
   make(), write(1);  // registers each handler's call site
   Zek::test::AllocScope scope;
   for (std::uint8_t i = 2; i < 20; ++i) write(i);
   EXPECT_EQ(scope.count(), 0u);
+  const TxMstPortStatus::Ptr d = portIs(*dst, "g1", "Ethernet1");
+  EXPECT_TRUE(dst->heartbeatTimeout() == 19.0 && d->txNewInfo() == 19u && d->txUpdate(10) == 19u && d->txHelloWhenOn() == TimerVal(0, 19));
 }
 
 TEST_F(TxToTxTest, NullSourceEmptiesTheDestinationAndNullDestinationIsNeverWritten) {
