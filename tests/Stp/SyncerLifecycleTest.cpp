@@ -12,9 +12,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <tuple>
 #include <sstream>
 #include <string>
+#include <tuple>
 
 namespace StpTxRx {
 namespace {
@@ -131,7 +131,7 @@ TEST(SyncerLifecycle, TeardownReachesEveryMachineBelowThroughTheDestructorsBetwe
 // A port machine whose source is gone writes the zero of every value it copies (0 new-info, the zero
 // timer, counters and records deleted), each handler its own value only.
 TEST(SyncerLifecycle, PortMachineWithoutSourceWritesZeroes) {
-  const std::pair<std::function<void(PortSm&)>, int> rows[] = {  // handler, the values it zeroes (bits as below)
+  const std::pair<std::function<void(PortSm&)>, int> rows[] = {  // a handler, the values it zeroes
       {[](PortSm& p) { p.zek_handleTxMstPortStatus_txNewInfo(); }, 1},
       {[](PortSm& p) { p.zek_handleTxMstPortStatus_txHelloWhenOn(); }, 2},
       {[](PortSm& p) { p.handleTxUpdate(10); }, 4}, {[](PortSm& p) { p.handleTxInfo(10); }, 8},
@@ -144,6 +144,7 @@ TEST(SyncerLifecycle, PortMachineWithoutSourceWritesZeroes) {
     // Values a wrong default would leave or write.
     d->txNewInfoIs(5), d->txHelloWhenOnIs(TimerVal(2, 1)), d->txUpdateIs(10, 4), d->txInfoIs(10);
     handle(*t.port);
+    // Bit 0: new-info 0; 1: the zero timer; 2: no counter left; 3: record 10 deleted.
     EXPECT_EQ((d->txNewInfo() == 0) | (d->txHelloWhenOn() == TimerVal()) << 1 | d->txUpdate().empty() << 2 | !d->txInfo(10) << 3,
               zeroed);
   }
