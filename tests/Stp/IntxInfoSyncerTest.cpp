@@ -2,18 +2,12 @@
 // zombie and notification switches, re-pointing, null arguments, reactors held beyond their owner, the
 // block pool and the hot path.
 #include <stptxrx/Stp/IntxInfoSyncer.h>
-#include <stptxrx/runtime/Exception.h>
 
 #include "support/AllocCounter.h"
 #include "support/LiveCounts.h"
 #include "support/RecordLog.h"
 #include "support/Script.h"
-#include "support/TraceCapture.h"
 #include "support/TxTreeBuilder.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
 
 namespace StpTxRx {
 namespace {
@@ -21,25 +15,22 @@ namespace {
 using test::RecordLog;
 using test::recordOf;
 
-/// The writes RecordLog::expand(pattern) stands for, as RecordLog::take() gives them.
-std::string writes(const std::string& pattern) { return RecordLog::joined(RecordLog::expand(pattern)); }
+/// The writes `pattern` stands for, as RecordLog::take() gives them.
+const auto writes = RecordLog::expand;
 
 class IntxInfoSyncerTest : public ::testing::Test {
  protected:
   void TearDown() override {
-    syncer = nullptr;
-    src = dst = other = nullptr;
+    syncer = nullptr, src = dst = other = nullptr;
     EXPECT_TRUE(before.unchanged());
   }
   void make() { syncer = intxInfoSyncerFactory(src, dst, 0, "G|Et1"); }
 
   Zek::test::LiveCounts before;
-  IntxInfo::Ptr src = recordOf(1, {0, 3}, 7);  // the traces name the source's VLAN, not the syncer's key
-  IntxInfo::Ptr dst = recordOf(50, {0, 3});
-  IntxInfo::Ptr other = recordOf(40, {3, 6});
+  // The traces name the source's VLAN (7), not the syncer's key.
+  IntxInfo::Ptr src = recordOf(1, {0, 3}, 7), dst = recordOf(50, {0, 3}), other = recordOf(40, {3, 6});
   Zek::Ptr<IntxInfoSyncer> syncer;
 };
-
 
 TEST_F(IntxInfoSyncerTest, EachStepWritesAndTracesExactlyThis) {
   IntxMstiInfo::Ptr removed;
@@ -153,12 +144,9 @@ TEST_F(IntxInfoSyncerTest, PooledSyncersAreReusedAndATornDownSyncerGivesEveryByt
     test::fillEntry(*src->mstiNIs(0), round), test::fillEntry(*src->mstiNIs(3), round + 1);
   }
   EXPECT_TRUE(src->sameContent(*dst));
-  syncer = nullptr;
-  Zek::test::countBytesIs(true);
+  syncer = nullptr, Zek::test::countBytesIs(true);
   const std::int64_t before = Zek::test::liveBytes();
-  make();
-  syncer->mstiNIs(other->mstiN(6));
-  syncer = nullptr;
+  make(), syncer->mstiNIs(other->mstiN(6)), syncer = nullptr;
   EXPECT_EQ(Zek::test::liveBytes(), before);
   Zek::test::countBytesIs(false);
 }

@@ -2,18 +2,11 @@
 // "no destination", the deletion mark, notification switching, re-pointing and re-attaching sources,
 // reinstantiation errors and the hot path.
 #include <stptxrx/Stp/StpRxStatusSyncer.h>
-#include <stptxrx/runtime/Exception.h>
 
 #include "support/RecordingReactor.h"
 #include "support/Script.h"
 
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <map>
 #include <set>
-#include <string>
-#include <vector>
 
 namespace StpTxRx {
 namespace {
@@ -26,8 +19,7 @@ class RxSyncerTest : public ::testing::Test {
  protected:
   void TearDown() override { Zek::notifyEqualWrites_ = false; }
 
-  RxStatus::Ptr src = RxStatus::RxStatusIs();
-  RxStatus::Ptr dst = RxStatus::RxStatusIs();
+  RxStatus::Ptr src = RxStatus::RxStatusIs(), dst = RxStatus::RxStatusIs();
   RxMstPortStatus::Ptr srcPort = src->rxMstStatusIs("G")->rxMstPortStatusIs(et1);
   RxMstPortStatus::Ptr dstPort = dst->rxMstStatusIs("G")->rxMstPortStatusIs(et1);
   RxStatusToRxDynamicSyncer::Ptr top;
@@ -129,12 +121,10 @@ TEST_F(RxSyncerTest, EachStepWritesAndTracesExactlyThis) {
 }
 
 TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
-  src->updateCtrIs(77);
-  src->peerUpdateCtrTimeIs(5.5);
+  src->updateCtrIs(77), src->peerUpdateCtrTimeIs(5.5);
   Zek::notifyEqualWrites_ = true;
-  auto rec = Zek::test::RecordingReactor::RecordingReactorIs(dst);
   dst->localHeartbeatIs(3), dst->peerHeartbeatIs(3), dst->updateCtrTimeIs(3), dst->localUpdateCtrTimeIs(3), dst->peerUpdateCtrTimeIs(3);
-  rec->clear();
+  auto rec = Zek::test::RecordingReactor::RecordingReactorIs(dst);
   top = rxStatusToRxDynamicSyncerFactory(nullptr, dst);  // no source: 0 written
   EXPECT_EQ(rec->ids(), (Ids{259, 260, 262, 263, 264})) << "no update counter";
   EXPECT_EQ(dst->localHeartbeat() + dst->peerHeartbeat() + dst->updateCtrTime() + dst->localUpdateCtrTime() + dst->peerUpdateCtrTime(), 0);
@@ -144,23 +134,19 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
   EXPECT_EQ(rec->ids(), (Ids{259, 260, 262, 263, 264, 259, 260, 262, 263, 264, 259, 260, 262, 263, 264}));
   EXPECT_TRUE(dst->localHeartbeat() == 1 && dst->peerHeartbeat() == 2 && dst->updateCtrTime() == 3 && dst->localUpdateCtrTime() == 4);
   Zek::Ptr<RxStatusToRxDynamicSyncer::ZekSource> extra(new RxStatusToRxDynamicSyncer::ZekSource(src, top.get()));
-  dst->localHeartbeatIs(42);
-  extra->notifierIs(nullptr);
+  dst->localHeartbeatIs(42), extra->notifierIs(nullptr);
   EXPECT_EQ(dst->localHeartbeat(), 42u) << "unbinding copies nothing";
   extra->ownerIs(nullptr);
   // Another source: copied and scanned; children of groups only the former source had stay.
   RxStatus::Ptr other = RxStatus::RxStatusIs();
-  other->rxMstStatusIs("K");
-  top->sourceIs(other);
-  EXPECT_EQ(dst->peerUpdateCtrTime(), 0.0);
-  EXPECT_EQ(top->mstDynSyncerSmCount(), 2u);
+  other->rxMstStatusIs("K"), top->sourceIs(other);
+  EXPECT_TRUE(dst->peerUpdateCtrTime() == 0.0 && top->mstDynSyncerSmCount() == 2u);
   src->peerUpdateCtrTimeIs(1.5);
   EXPECT_EQ(dst->peerUpdateCtrTime(), 0.0) << "the former source is no longer watched";
   // A child asked for again with other values raises, naming the attribute that differs, and stays.
   const auto raised = [](auto&& call) { return Zek::test::reinstantiationOf(call); };
-  RxStatus::Ptr clash = RxStatus::RxStatusIs();
-  clash->rxMstStatusIs("K");
-  EXPECT_EQ(raised([&] { top->sourceIs(clash); }), "RxMstStatusToRxDynamicSyncer::source");
+  const RxStatus::Ptr clash = RxStatus::RxStatusIs();
+  EXPECT_EQ(raised([&] { clash->rxMstStatusIs("K"), top->sourceIs(clash); }), "RxMstStatusToRxDynamicSyncer::source");
   EXPECT_EQ(raised([&] { top->mstDynSyncerSmIs("K", other->rxMstStatus("K"), src); }), "RxMstStatusToRxDynamicSyncer::rxStatus");
   auto group = rxMstStatusToRxDynamicSyncerFactory("G", src->rxMstStatus("G"), dst);
   auto* child = group->mstDynPortSm(et1);
@@ -183,44 +169,37 @@ TEST_F(RxSyncerTest, ScalarsCopyInOrderAndReinstantiationNamesTheAttribute) {
 TEST_F(RxSyncerTest, SourceDelStopsTheTopItsChildrenGoOn) {
   top = rxStatusToRxDynamicSyncerFactory(src, dst);
   EXPECT_EQ(top->sourceDel(), src);
-  src->localHeartbeatIs(5), src->rxMstStatusIs("H"), srcPort->bpduCountIs(7);
-  src->rxMstStatus("G")->rxMstPortStatusIs(IntfId("Ethernet2"));
-  EXPECT_EQ(dst->localHeartbeat(), 0u);
-  EXPECT_FALSE(top->mstDynSyncerSm("H"));
-  EXPECT_EQ(dstPort->bpduCount(), 7u);
-  EXPECT_TRUE(top->mstDynSyncerSm("G")->mstDynPortSm(IntfId("Ethernet2")));
+  src->localHeartbeatIs(5), src->rxMstStatusIs("H"), srcPort->bpduCountIs(7), src->rxMstStatus("G")->rxMstPortStatusIs(IntfId("Ethernet2"));
+  EXPECT_TRUE(dst->localHeartbeat() == 0u && !top->mstDynSyncerSm("H"));
+  EXPECT_TRUE(dstPort->bpduCount() == 7u && top->mstDynSyncerSm("G")->mstDynPortSm(IntfId("Ethernet2")));
 }
 
 // Trace records point at the handler that traced, also when a shared helper emits the record: each
-// handler's records carry its own name, its own line and the module the syncer traces as.
+// handler's records carry its own name, its own line and the module the syncer traces as; with a
+// destination port the record is the level-8 progress line, without one "no destination" at 7.
 TEST_F(RxSyncerTest, EveryScalarHandlerTracesItsOwnNameAndLineAtBothLevels) {
   top = rxStatusToRxDynamicSyncerFactory(src, dst);
   PortCounters counters;
-  const std::map<std::string, std::function<void(int)>> writes = {
-      {"handleBpduCount", [&](int v) { srcPort->bpduCountIs(static_cast<std::uint32_t>(v)); }},
-      {"handleRateLimitInterval", [&](int v) { srcPort->rateLimitIntervalIs(v); }},
-      {"handleRateLimitMaxCount", [&](int v) { srcPort->rateLimitMaxCountIs(static_cast<std::uint32_t>(v)); }},
-      {"handleRateLimitEnabled", [&](int) { srcPort->rateLimitEnabledIs(!srcPort->rateLimitEnabled()); }},
-      {"handleCounters", [&](int v) { counters.configRx = static_cast<std::uint32_t>(v), srcPort->countersIs(counters); }},
-      {"handleLocalCounters", [&](int v) { counters.rstRx = static_cast<std::uint32_t>(v), srcPort->localCountersIs(counters); }},
-  };
-  // With a destination port the record is the level-8 progress line; without one, "no destination" at 7.
-  for (const bool withDestination : {true, false}) {
-    if (!withDestination) dst->rxMstStatus("G")->rxMstPortStatusDel(et1);
+  const std::pair<std::string, std::function<void(std::uint32_t)>> writes[] = {
+      {"handleBpduCount", [&](std::uint32_t v) { srcPort->bpduCountIs(v); }},
+      {"handleRateLimitInterval", [&](std::uint32_t v) { srcPort->rateLimitIntervalIs(v); }},
+      {"handleRateLimitMaxCount", [&](std::uint32_t v) { srcPort->rateLimitMaxCountIs(v); }},
+      {"handleRateLimitEnabled", [&](std::uint32_t) { srcPort->rateLimitEnabledIs(!srcPort->rateLimitEnabled()); }},
+      {"handleCounters", [&](std::uint32_t v) { counters.configRx = v, srcPort->countersIs(counters); }},
+      {"handleLocalCounters", [&](std::uint32_t v) { counters.rstRx = v, srcPort->localCountersIs(counters); }}};
+  for (const int level : {8, 7}) {
+    if (level == 7) dst->rxMstStatus("G")->rxMstPortStatusDel(et1);
     Zek::test::TraceCapture cap({"StpRxStatusSyncer/7-8"});
     std::set<int> lines;
-    int value = withDestination ? 10 : 20;
+    std::uint32_t value = level * 10u;
     for (const auto& [handler, write] : writes) {
-      cap.clear();
-      write(++value);
-      ASSERT_EQ(cap.lines().size(), 1u) << handler;
+      SCOPED_TRACE(handler);
+      cap.clear(), write(++value);
+      ASSERT_EQ(cap.lines().size(), 1u);
       const auto& line = cap.lines().front();
-      EXPECT_EQ(line.function, handler);
-      EXPECT_EQ(line.file, "Stp/StpRxStatusSyncer");
-      EXPECT_EQ(line.level, withDestination ? 8 : 7) << handler;
-      EXPECT_EQ(line.text, "RxMstPortStatusToRxDynamicSyncer[G|Et1]::" + handler + "() " +
-                               (withDestination ? "" : "no destination"));
-      EXPECT_TRUE(lines.insert(line.line).second) << handler << " reports a line another handler reports";
+      EXPECT_EQ(line.function + " " + line.file + " " + std::to_string(line.level), handler + " Stp/StpRxStatusSyncer " + std::to_string(level));
+      EXPECT_EQ(line.text, "RxMstPortStatusToRxDynamicSyncer[G|Et1]::" + handler + "() " + (level == 8 ? "" : "no destination"));
+      EXPECT_TRUE(lines.insert(line.line).second) << "a line another handler reports";
     }
   }
 }

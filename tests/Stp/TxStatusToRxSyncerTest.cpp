@@ -2,18 +2,12 @@
 // the deletion mark and notification switch, re-pointing, reactors without owner or unbound by the
 // destination's readers, null trees and teardown.
 #include <stptxrx/Stp/StpTxStatusSyncer.h>
-#include <stptxrx/runtime/Exception.h>
 
 #include "support/LiveCounts.h"
 #include "support/RecordingReactor.h"
 #include "support/Script.h"
-#include "support/TraceCapture.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
+#include <set>
 
 namespace StpTxRx {
 namespace {
@@ -25,8 +19,7 @@ constexpr const char* origin = "StpTxStatusSyncer Stp/StpTxStatusSyncer";
 class TxToRxTest : public ::testing::Test {
  protected:
   void SetUp() override {  // group A with Ethernet1 and Ethernet2, group B without ports
-    groupA->txMstPortStatusIs(et1), groupA->txMstPortStatusIs(IntfId("Ethernet2"));
-    tx->txMstStatusIs("B");
+    groupA->txMstPortStatusIs(et1), groupA->txMstPortStatusIs(IntfId("Ethernet2")), tx->txMstStatusIs("B");
   }
   void TearDown() override {
     syncer = nullptr, tx = nullptr, groupA = nullptr, rx = nullptr;
@@ -36,9 +29,8 @@ class TxToRxTest : public ::testing::Test {
   std::string shape() const {
     std::string s;
     for (const auto& [name, group] : rx->rxMstStatus()) {
-      std::vector<std::string> ports;
-      for (const auto& [intf, port] : group->rxMstPortStatus()) ports.push_back(intf.name().str());
-      std::sort(ports.begin(), ports.end());
+      std::set<std::string> ports;  // in name order
+      for (const auto& [intf, port] : group->rxMstPortStatus()) ports.insert(intf.name().str());
       s += (s.empty() ? "" : " ") + name.str() + ":";
       for (const auto& p : ports) s += (s.back() == ':' ? "" : ",") + p;
     }
@@ -141,8 +133,7 @@ TEST_F(TxToRxTest, ReactorsWithoutOwnerOrUnboundByADestinationReaderStop) {
   Zek::Ptr<TxStatusToRxSyncer::ZekTxMstStatusSm> orphan(new TxStatusToRxSyncer::ZekTxMstStatusSm(groupA, nullptr));
   EXPECT_TRUE(!orphan->initialized() && !orphan->rxMstStatus());
   syncer = txStatusToRxSyncerFactory(tx, rx);
-  auto reader = RecordingReactor::RecordingReactorIs(rx);
-  reader->actionIs([&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
+  auto reader = RecordingReactor::RecordingReactorIs(rx, [&](Zek::AttributeId, const void*) { syncer->sourceDel(); });
   tx->txMstStatusIs("C");
   EXPECT_TRUE(rx->rxMstStatus("C") && !syncer->zekTxMstStatus("C"));
 }

@@ -19,71 +19,62 @@ namespace StpTxRx::test {
 ///
 ///   test::RecordLog log(dst);
 ///   copyIntxInfo(src, dst);
-///   EXPECT_EQ(log.lines, test::RecordLog::expand("R 0 +5 5 -7"));
+///   EXPECT_EQ(log.take(), test::RecordLog::expand("R 0 +5 5 -7"));
 class RecordLog {
  public:
-  explicit RecordLog(const IntxInfo::Ptr& record) : record_(Zek::test::RecordingReactor::RecordingReactorIs(record)) {
-    record_->actionIs([this, r = record.get()](Zek::AttributeId id, const void* key) {
+  explicit RecordLog(const IntxInfo::Ptr& record) {
+    reactors_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(record, [this, r = record.get()](Zek::AttributeId id, const void* key) {
       if (id != IntxInfo::idMstiN) return add(recordNames[id - IntxInfo::idNeighborAddr]);
       const BridgeSystemId k = *static_cast<const BridgeSystemId*>(key);
       if (Zek::Ptr<IntxMstiInfo> entry = r->mstiN(k)) watch(entry);
       add((r->mstiN(k) ? "+" : "-") + std::to_string(k.value()));
-    });
+    }));
     for (const auto& [k, entry] : record->mstiN()) watch(record->mstiN(k));
   }
 
-  std::vector<std::string> lines;
-  std::function<void(const std::string&)> hook;  ///< runs after each line is added
+  std::function<void(const std::string&)> hook;  ///< runs after each line is added, with that line
 
-  /// The lines, space-separated; the log starts afresh.
-  std::string take() { return joined(std::exchange(lines, {})); }
+  /// The lines so far, space-separated; the log starts afresh.
+  std::string take() { return std::exchange(log_, ""); }
 
-  /// `items` space-separated, as take() gives them: joined(expand("R 3")) spells the writes of a pattern.
-  static std::string joined(const std::vector<std::string>& items) {
+  /// The lines `pattern` stands for, as take() gives them.
+  static std::string expand(const std::string& pattern) {
     std::string out;
-    for (const std::string& item : items) out += (out.empty() ? "" : " ") + item;
-    return out;
-  }
-
-  static std::vector<std::string> expand(const std::string& pattern) {
-    std::vector<std::string> out;
+    const auto add = [&out](const std::string& line) { out += (out.empty() ? "" : " ") + line; };
     std::istringstream items(pattern);
     for (std::string item; items >> item;) {
       if (item == "R") {
-        for (const char* name : recordNames) {
-          if (*name) out.push_back(name);
-        }
+        for (const char* name : recordNames) { if (*name) add(name); }
       } else if (item.find_first_not_of("0123456789") == std::string::npos) {
-        for (const char* name : entryNames) out.push_back(item + "." + name);
+        for (const char* name : entryNames) add(item + "." + name);
       } else {
-        out.push_back(item);
+        add(item);
       }
     }
     return out;
   }
 
  private:
-  static constexpr const char* recordNames[] = {"neighborAddr",        "",  // the key has no setter
-                                                "stpVersion",          "intxInfoType", "configRevisionLevel",
-                                                "configNameString",    "configDigest"};
+  static constexpr const char* recordNames[] = {"neighborAddr", "" /* the key: no setter */, "stpVersion",
+                                                "intxInfoType", "configRevisionLevel", "configNameString", "configDigest"};
   static constexpr const char* entryNames[] = {
-      "flags",           "bridgeId",      "portId",     "cistRootBridgeId", "cistExtRootPathCost",
-      "cistRegionalRootBridgeId", "intRootPathCost", "regionalRootBridgeId", "remainingHops",
-      "messageAge",      "maxAge",        "helloTime",  "fwdDelay"};
+      "flags", "bridgeId", "portId", "cistRootBridgeId", "cistExtRootPathCost", "cistRegionalRootBridgeId",
+      "intRootPathCost", "regionalRootBridgeId", "remainingHops", "messageAge", "maxAge", "helloTime", "fwdDelay"};
 
   void add(const std::string& line) {
-    lines.push_back(line);
+    log_ += (log_.empty() ? "" : " ") + line;
     if (hook) hook(line);
   }
   void watch(const Zek::Ptr<IntxMstiInfo>& entry) {
-    entries_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(entry));
-    entries_.back()->actionIs([this, k = std::to_string(entry->key().value())](Zek::AttributeId id, const void*) {
-      add(k + "." + entryNames[id - IntxMstiInfo::idFlags]);
-    });
+    reactors_.push_back(Zek::test::RecordingReactor::RecordingReactorIs(
+        entry, [this, k = std::to_string(entry->key().value())](Zek::AttributeId id, const void*) {
+          add(k + "." + entryNames[id - IntxMstiInfo::idFlags]);
+        }));
   }
 
-  Zek::Ptr<Zek::test::RecordingReactor> record_;
-  std::vector<Zek::Ptr<Zek::test::RecordingReactor>> entries_;
+  std::vector<Zek::Ptr<Zek::test::RecordingReactor>> reactors_;  // the record's, then its entries'
+
+  std::string log_;
 };
 
 }  // namespace StpTxRx::test

@@ -11,8 +11,8 @@
 namespace Zek::test {
 
 /// Watches any entity and records the attribute id of each onAttribute, in order. Registered and active from
-/// construction on; the base destructor unregisters it. An optional action runs after each recording; tests
-/// use it to act from inside a dispatch.
+/// construction on; the base destructor unregisters it. An optional action (given at construction or by
+/// actionIs) runs after each recording; tests use it to act from inside a dispatch.
 ///
 ///   auto rec = RecordingReactor::RecordingReactorIs(txStatus);
 ///   txStatus->txMstStatusIs("g");
@@ -21,13 +21,11 @@ class RecordingReactor : public NotifieeConst {
  public:
   using Action = std::function<void(AttributeId id, const void* key)>;
 
-  explicit RecordingReactor(const Ptr<PtrInterface const>& notifier) {
-    notifierIs(notifier);
-    isRegisteredNotifieeIs(true);
-    hasNotificationActiveIs(true);
+  explicit RecordingReactor(const Ptr<PtrInterface const>& notifier, Action action = nullptr) : action_(std::move(action)) {
+    notifierIs(notifier), isRegisteredNotifieeIs(true), hasNotificationActiveIs(true);
   }
-  static Ptr<RecordingReactor> RecordingReactorIs(const Ptr<PtrInterface const>& notifier) {
-    return Ptr<RecordingReactor>(new RecordingReactor(notifier));
+  static Ptr<RecordingReactor> RecordingReactorIs(const Ptr<PtrInterface const>& notifier, Action action = nullptr) {
+    return Ptr<RecordingReactor>(new RecordingReactor(notifier, std::move(action)));
   }
 
   void onAttribute(AttributeId id, const void* key) override {
@@ -39,7 +37,6 @@ class RecordingReactor : public NotifieeConst {
   void actionIs(Action action) { action_ = std::move(action); }
 
   const std::vector<AttributeId>& ids() const { return ids_; }
-  std::size_t count() const { return ids_.size(); }
   std::size_t count(AttributeId id) const { return static_cast<std::size_t>(std::count(ids_.begin(), ids_.end(), id)); }
   void clear() { ids_.clear(); }
 

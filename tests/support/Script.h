@@ -18,8 +18,7 @@ namespace Zek::test {
 struct Step {
   const char* what;
   std::function<void()> op;
-  std::string traces;
-  std::string shows;
+  std::string traces, shows;
 };
 
 /// Runs each step of `script` with `cap` capturing and notifyEqualWrites_ on (every write shows, equal or
@@ -41,14 +40,11 @@ inline void play(TraceCapture& cap, const char* origin, const TraceCapture::Abbr
 
 /// What a reinstantiation error raised by `call` names ("Type::attribute"), or "no exception".
 template <class Call>
-std::string reinstantiationOf(Call&& call) {
-  try {
-    call();
-  } catch (const MutatorReinstantiatingException& e) {
-    const std::string what = e.what();
-    return what.substr(0, what.find(": "));
-  }
-  return "no exception";
+std::string reinstantiationOf(Call&& call) try {
+  return call(), "no exception";
+} catch (const MutatorReinstantiatingException& e) {
+  const std::string what = e.what();
+  return what.substr(0, what.find(": "));
 }
 
 }  // namespace Zek::test

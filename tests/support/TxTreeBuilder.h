@@ -50,8 +50,7 @@ inline Zek::Ptr<IntxInfo> filled(Zek::Ptr<IntxInfo> r, std::uint32_t seed, std::
 }
 
 /// A detached record of `vlan`, filled (see filled()).
-inline Zek::Ptr<IntxInfo> recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> keys,
-                                   std::uint16_t vlan = 0) {
+inline Zek::Ptr<IntxInfo> recordOf(std::uint32_t seed, std::initializer_list<std::uint16_t> keys, std::uint16_t vlan = 0) {
   return filled(IntxInfo::IntxInfoIs(vlan), seed, keys);
 }
 
