@@ -24,24 +24,25 @@ namespace {
 
 // ---- frame allocation
 
-Nelk::Pkt::Ptr newBpduPkt(const Nelk::LlcLink& link, U32 size, Stp::CommonBpdu** bpdu) {
-  Nelk::Pkt::Ptr pkt = Nelk::globalPktManager().newPkt();
-  if (!pkt) {
-    ZEK_TRACE_AT(frameTrace(), 3, __FILE__, "StpTxRxGetPkt", "Packet allocation failed");
-    return pkt;
-  }
-  // The header goes into the packet's head room (the packet library replaces the buffer when it is too
-  // small); the body follows it in the same buffer and is written by the caller in place.
-  const std::size_t headerSize = link.headerSize();
-  *bpdu = reinterpret_cast<Stp::CommonBpdu*>(Nelk::writeLlcLink(pkt->headDataIs(size + headerSize), link, size));
-  return pkt;
+void tracePktAllocationFailed() {
+  ZEK_TRACE_AT(frameTrace(), 3, __FILE__, "StpTxRxGetPkt", "Packet allocation failed");
 }
 
-Nelk::Pkt::Ptr StpTxRxGetPkt(Bridging::VlanIdOrNone vlan, Nelk::EthAddr srcMac, U32 size, Stp::CommonBpdu** bpdu) {
-  ZEK_TRACE(frameTrace(), 8,
-            "StpTxRxGetPkt" << ": called for vlan " << vlan << " src mac: " << srcMac << " size: " << size);
-  ZEK_ASSERT(!vlan);
+namespace {
+// StpTxRxGetPkt's body, in line in generatePktFromIntxInfo too: the untagged IEEE link is then known when
+// compiling and its header is written as a few stores. Its records name StpTxRxGetPkt.
+// `function` is the one its assertion names.
+[[gnu::always_inline]] inline Nelk::Pkt::Ptr getPkt(Bridging::VlanIdOrNone vlan, const Nelk::EthAddr& srcMac, U32 size,
+                                                    Stp::CommonBpdu** bpdu, const char* function) {
+  ZEK_TRACE_AT(frameTrace(), 8, __FILE__, "StpTxRxGetPkt",
+               "StpTxRxGetPkt" << ": called for vlan " << vlan << " src mac: " << srcMac << " size: " << size);
+  ZEK_ASSERT_IN(function, !vlan);
   return newBpduPkt(bpduLinkOf(BpduEncapsulation::ieee, srcMac, false, vlan), size, bpdu);
+}
+}  // namespace
+
+Nelk::Pkt::Ptr StpTxRxGetPkt(Bridging::VlanIdOrNone vlan, Nelk::EthAddr srcMac, U32 size, Stp::CommonBpdu** bpdu) {
+  return getPkt(vlan, srcMac, size, bpdu, __PRETTY_FUNCTION__);
 }
 
 Nelk::Pkt::Ptr StpTxRxGetPvstPkt(Stp::MstPortSm*, U32, Stp::CommonBpdu**, Bridging::VlanIdOrNone) {
@@ -67,7 +68,7 @@ Nelk::Pkt::Ptr generatePktFromIntxInfo(Stp::MstPortSm::Ptr portSm, IntxInfo::Ptr
 
   const Nelk::EthAddr& portAddr = portSm->port()->portAddr();
   Stp::CommonBpdu* bpdu = nullptr;
-  Nelk::Pkt::Ptr pkt = StpTxRxGetPkt(Bridging::VlanIdOrNone(), portAddr, Stp::RstpBpdu::wireSize, &bpdu);
+  Nelk::Pkt::Ptr pkt = getPkt(Bridging::VlanIdOrNone(), portAddr, Stp::RstpBpdu::wireSize, &bpdu, function);
   if (!pkt) {
     ZEK_TRACE(frameTrace(), 2, "generateBpdu: failed to allocate pkt ");
     return pkt;

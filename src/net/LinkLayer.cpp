@@ -4,37 +4,10 @@
 
 namespace Nelk {
 
-namespace {
-
-// Walks a frame one packed view at a time; the views have alignment 1, so any position is fine.
-template <class Octet>
-struct Cursor {
-  Octet* at;
-  template <class View>
-  auto& next() {
-    using V = std::conditional_t<std::is_const_v<Octet>, const View, View>;
-    auto* view = reinterpret_cast<V*>(at);
-    at += sizeof(View);
-    return *view;
-  }
-};
-
-}  // namespace
+using detail::Cursor;
 
 std::uint8_t* writeLlcLink(std::uint8_t* frame, const LlcLink& link, std::size_t payloadSize) {
-  Cursor<std::uint8_t> c{frame};
-  auto& addresses = c.next<MacAddresses>();
-  addresses.destinationAddress = link.destination.octets();
-  addresses.sourceAddress = link.source.octets();
-  if (link.tagged) {
-    auto& tag = c.next<VlanTag>();
-    tag.tagProtocolId = vlanTagProtocolId;
-    tag.tagControl = link.tagControl;
-  }
-  c.next<LengthField>().lengthOrType = static_cast<std::uint16_t>(link.llcSize() + payloadSize);
-  c.next<LlcHeader>() = link.llc;
-  if (link.snap) c.next<SnapHeader>() = link.snapHeader;
-  return c.at;
+  return putLlcLink(frame, link, payloadSize);
 }
 
 LlcFrame parseLlcLink(const std::uint8_t* frame, std::size_t size) {

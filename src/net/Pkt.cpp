@@ -46,7 +46,7 @@ void Pkt::onZeroReferences() { manager_->released(this); }
 
 namespace {
 // Locks the pool's mutex only while pointers are thread safe; otherwise the manager is single-threaded.
-std::unique_lock<std::mutex> poolLock(std::mutex& m) {
+[[gnu::always_inline]] inline std::unique_lock<std::mutex> poolLock(std::mutex& m) {
   return Zek::threadSafePointers_ ? std::unique_lock<std::mutex>(m) : std::unique_lock<std::mutex>();
 }
 }  // namespace

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace Nelk {
 
@@ -83,6 +84,39 @@ struct LlcLink {
     return sizeof(MacAddresses) + (tagged ? sizeof(VlanTag) : 0) + sizeof(LengthField) + llcSize();
   }
 };
+
+namespace detail {
+/// Walks a frame one packed view at a time; the views have alignment 1, so any position is fine.
+template <class Octet>
+struct Cursor {
+  Octet* at;
+  template <class View>
+  auto& next() {
+    using V = std::conditional_t<std::is_const_v<Octet>, const View, View>;
+    auto* view = reinterpret_cast<V*>(at);
+    at += sizeof(View);
+    return *view;
+  }
+};
+}  // namespace detail
+
+/// writeLlcLink in line: where `link` is known when compiling (every encoder's untagged IEEE header), the
+/// compiler reduces it to a few stores.
+inline std::uint8_t* putLlcLink(std::uint8_t* frame, const LlcLink& link, std::size_t payloadSize) {
+  detail::Cursor<std::uint8_t> c{frame};
+  auto& addresses = c.next<MacAddresses>();
+  addresses.destinationAddress = link.destination.octets();
+  addresses.sourceAddress = link.source.octets();
+  if (link.tagged) {
+    auto& tag = c.next<VlanTag>();
+    tag.tagProtocolId = vlanTagProtocolId;
+    tag.tagControl = link.tagControl;
+  }
+  c.next<LengthField>().lengthOrType = static_cast<std::uint16_t>(link.llcSize() + payloadSize);
+  c.next<LlcHeader>() = link.llc;
+  if (link.snap) c.next<SnapHeader>() = link.snapHeader;
+  return c.at;
+}
 
 /// Writes the header of `link` for a payload of `payloadSize` octets at `frame`, which must have room for
 /// link.headerSize() octets, and returns the payload start. The length field is the LLC (and SNAP)
