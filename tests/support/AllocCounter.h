@@ -2,7 +2,7 @@
 // Counting of global operator new calls, for tests and benchmarks that prove a path allocates nothing, and
 // of live heap bytes, for benchmarks that measure memory.
 //
-// AllocCounter.cpp replaces the global operator new/delete with versions that forward to
+// AllocCounter.cpp replaces the global operator new/delete (every form) with versions that forward to
 // malloc/free and count each allocation in a per-thread counter. The replacement is linked into any
 // program that uses allocations() or AllocScope, and then also counts the allocations made inside the
 // shared library. The file depends on nothing but the standard library, so a benchmark can link it
