@@ -204,17 +204,18 @@ void roundTrip(Report& rep, const BpduDecodeResult& r, const IntxInfo::Ptr& fres
   const Bridging::VlanIdOrNone vlan = pvst ? (r.originatingVlan ? r.originatingVlan : Bridging::VlanIdOrNone(1)) : r.vlan;
   const BpduEncodeResult enc = pvst ? generatePvstBpduFromIntxInfo(s.portSm, fresh, tagged, vlan)
                                     : generateBpduFromIntxInfo(s.portSm, fresh, tagged, vlan);
+  // The encoder checks the VLAN before the kind: a reserved VLAN is the refusal even of a record of no kind.
+  if (vlan.value() > maxVlanId && (tagged || pvst)) {  // 4095 is reserved: refused, never sent
+    rep.require(!enc && enc.error == (pvst ? BpduEncodeError::pvstVlanOutOfRange : BpduEncodeError::tagVlanOutOfRange),
+                "reserved VLAN 4095 encoded");
+    return;
+  }
   const bool encodable = bpduKindOf(fresh->stpVersion(), fresh->intxInfoType()) != BpduKind::Rejected;
   if (!encodable) {
     // Config and TCN BPDUs are accepted with any version; the encoder writes versions 0 and 1 only.
     rep.require((r.kind == BpduKind::Config || r.kind == BpduKind::Tcn) && fresh->stpVersion().value > 1,
                 "a decoded RST or MST record names no kind");
     rep.require(!enc && enc.error == BpduEncodeError::unsupportedKind, "record of no kind was encoded");
-    return;
-  }
-  if (vlan.value() > maxVlanId && (tagged || pvst)) {  // 4095 is reserved: refused, never sent
-    rep.require(!enc && enc.error == (pvst ? BpduEncodeError::pvstVlanOutOfRange : BpduEncodeError::tagVlanOutOfRange),
-                "reserved VLAN 4095 encoded");
     return;
   }
   if (!enc) rep.fail(std::string("decoded record not encodable: ") + bpduEncodeErrorText(enc.error));
