@@ -61,7 +61,7 @@ TEST(IntfIdTest, NaturalOrderIsAStrictOrderComparingDigitRunsByValue) {
   std::unordered_set<IntfId> set{IntfId("Ethernet1"), IntfId(Zek::String("Ethernet1")), IntfId("Ethernet01")};
   EXPECT_EQ(set.size(), 2u);
   for (auto [name, shortName] : {std::pair{"Ethernet1/2", "Et1/2"}, {"PortChannel10", "Po10"}, {"Et3", "Et3"},
-                                 {"7", "7"}, {"", ""}, {"Management", "Ma"}}) {
+                                 {"7", "7"}, {"", ""}, {"Management", "Ma"}, {"Eth3", "Et3"}}) {
     EXPECT_EQ(IntfId(name).shortName(), shortName) << "two letters of the leading word: " << name;
   }
 }
